@@ -1,0 +1,256 @@
+/**
+ * @file
+ * The cache engine: all state of the cache and everything that is done with it.
+ */
+#ifndef ZEL_THUMBNAIL_FLASH_CACHE_INTERNAL_H
+#define ZEL_THUMBNAIL_FLASH_CACHE_INTERNAL_H
+
+#include <glib.h>
+
+#include <atomic>
+#include <boost/smart_ptr/intrusive_ptr.hpp>
+#include <condition_variable>
+#include <list>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "util/zel_intrusive_ptr_base.h"
+#include "zel_platform_storage.h"
+
+/** The ceiling of the accounted cache size in bytes; a total of exactly this is allowed. */
+constexpr int ZEL_FLASH_CACHE_MAX = 104857600;
+
+/** The kind of device that a thumbnail or a folder belongs to, as it stands in the thumb file. */
+enum { DEVICE_TYPE_USB = 0, DEVICE_TYPE_PTP = 1 };
+
+/** Holds the one instance of T. Not synchronised: see the public header for who may call when. */
+template <class T>
+class __attribute__((visibility("default"))) CZELSingleton {
+public:
+    /** The instance, made on first use. Throws what making it throws. */
+    static T* GetInstance() {
+        if (m_pObj == nullptr) {
+            m_pObj = new T();
+        }
+        return m_pObj;
+    }
+
+    /** Deletes the instance if there is one. */
+    static void DestroyInstance() {
+        delete m_pObj;
+        m_pObj = nullptr;
+    }
+
+    static T* m_pObj;
+};
+
+template <class T>
+T* CZELSingleton<T>::m_pObj = nullptr;
+
+/**
+ * The engine. Members that are public may be called from any thread and take the lock themselves or
+ * need none; protected ones are called with m_Mutex held unless they say otherwise. Results are
+ * true for success; every failure is explained by one line of log.
+ */
+class __attribute__((visibility("default"))) CZELThumbFlashCache
+    : public CZELSingleton<CZELThumbFlashCache> {
+public:
+    /** One cached thumbnail. */
+    class CZELFlashCacheItem : public ZEL_IntrusivePtr_Base<CZELFlashCacheItem> {
+    public:
+        std::string Path;    ///< the device folder that holds the image file
+        std::string URL;     ///< full path of the image file
+        long Size = 0;       ///< bytes accounted for it, within 32 bits
+        int Devicetype = 0;  ///< DEVICE_TYPE_USB or DEVICE_TYPE_PTP
+    };
+
+    /** One folder of the cache, with the thumbnails of one device. */
+    class CZELFlashCacheFolderItem : public ZEL_IntrusivePtr_Base<CZELFlashCacheFolderItem> {
+    public:
+        std::string Sid;     ///< id of the device, the last component of Path
+        std::string Path;    ///< full path of the folder
+        int Devicetype = 0;  ///< DEVICE_TYPE_USB or DEVICE_TYPE_PTP
+    };
+
+    using ItemList = std::list<boost::intrusive_ptr<CZELFlashCacheItem>>;
+    using FolderList = std::list<boost::intrusive_ptr<CZELFlashCacheFolderItem>>;
+
+    /** An idle engine: saves are refused until Create() has done its work. */
+    CZELThumbFlashCache();
+
+    /** Waits for the workers that Create() started, then releases everything. Files stay. */
+    virtual ~CZELThumbFlashCache();
+
+    CZELThumbFlashCache(const CZELThumbFlashCache&) = delete;
+    CZELThumbFlashCache& operator=(const CZELThumbFlashCache&) = delete;
+
+    /**
+     * Sets the path of the thumb file and starts a worker thread that makes the engine ready.
+     * Not to be called while an earlier worker still runs or a save is in progress.
+     * @return false when the path is null or no thread can be started
+     */
+    bool Create(const char* strCachePath);
+
+    /** Whether the engine is ready. */
+    bool FlagCreate();
+
+    /**
+     * Stores one thumbnail, all within one hold of the lock.
+     * @param buffer        xsize * ysize pixels of 4 bytes (blue, green, red, ignored), only read
+     * @param filename      full path of the image file to write; its directory exists
+     * @param url           location of the picture
+     * @param bufferPreset  null, or 4096 bytes that hold a zero-terminated text, only read
+     * @return false when the engine is not ready, the request is invalid or memory is short; for a
+     *         URL that is neither USB nor camera whether the file was written; otherwise true
+     */
+    bool SaveFlashFile(unsigned char* buffer, int xsize, int ysize, const char* filename, char* url,
+                       char* bufferPreset);
+
+    /**
+     * Drops everything that belongs to the USB storage that was mounted there: its folder with all
+     * files, its thumbnails, their records and the storage itself. Of several storages known at
+     * that path the first by id goes.
+     * @return false when no USB storage is known at all
+     */
+    bool m_RemoveStorage(std::string strMountPath);
+
+    /**
+     * To be registered for storage events with the engine as user data: on event 2 drops what
+     * belongs to the storage. Called on any thread. The engine outlives the registration.
+     */
+    static void s_ZELUSBConnctedCallback(void* userData, zel_storage_event_e event,
+                                         _zel_storage_s*& storage);
+
+    /** Whether the process may read the file or directory of that name. Needs no lock. */
+    bool FileExist(const char* fileName);
+
+    /** Makes one directory with mode 0777; true when it is there afterwards. Needs no lock. */
+    bool CreateDir(const char* dirName);
+
+    /** Removes a directory with everything in it, or a file. Needs no lock. */
+    bool RemoveDir(const char* dirName);
+
+    /**
+     * Finds the known USB storages, as creation does, without the lock.
+     * @param deviceMap  is emptied and filled, storage id to mount path, when USB storages are
+     * listed
+     * @return false when the database gives no filter
+     */
+    bool m_GetStorageList(std::map<std::string, std::string>& deviceMap);
+
+    /**
+     * Writes an uncompressed 32-bit BMP file. Needs no lock.
+     * @return false when the directory is missing or the file cannot be opened or its header not be
+     *         written; a pixel row or preset block that is cut short goes unnoticed
+     */
+    bool m_BmpSave(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
+                   const char* filename);
+
+protected:
+    // Start and stop (engine.cpp)
+    bool m_Create();        ///< makes the engine ready; takes the lock
+    void m_Destroy();       ///< the first half of destruction; takes no lock
+    void m_ResetState();    ///< back to an empty cache
+    void m_RunCreate();     ///< the body of a worker thread
+    void m_FinishWorker();  ///< counts a worker as finished
+    void m_AwaitWorkers();  ///< returns when no worker is left
+
+    // One save (save_request.cpp)
+    /**
+     * Classifies a request: 0 for USB, 1 for a camera, 2 for neither, 3 for an invalid one. Fills
+     * the folder and the device id for 0 and 1, and the mount path for 0. Needs no lock.
+     */
+    int m_CheckUrl(unsigned char* buffer, const char* filename, char* url, std::string& strFolder,
+                   std::string& strId, std::string& strMountPath);
+
+    // Storing one thumbnail (insertion.cpp)
+    /** Adds a new thumbnail's estimate to the accounted size and evicts the oldest above the
+     * ceiling. */
+    void m_ReserveSpace(long size);
+    /**
+     * Writes the image, corrects the accounted size to the size of the file, and appends the
+     * records of the item and, for a folder not seen before, of the folder.
+     * @return true when the image and the item's record were written
+     */
+    bool m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem, std::string strId,
+                      unsigned char* buffer, int xsize, int ysize, const char* filename,
+                      char* bufferPreset);
+    /** Deletes the image file of an item. */
+    bool m_DeleteItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem);
+    /** Deletes one file. */
+    bool m_RemoveThumb(std::string strFile);
+
+    // The index (thumb_file_writer.cpp)
+    /** Writes the thumb file anew from both lists. A short write is logged and answers true. */
+    bool m_RefreshThumbFile();
+    /** Appends an item's record. A short write is logged, undone and answers true. */
+    bool m_AddItemToThumbFile(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem);
+    /** Appends a folder's record. A short write is logged, undone and answers true. */
+    bool m_AddFolderItemToThumbFile(
+        boost::intrusive_ptr<CZELFlashCacheFolderItem> pThumbFolderItem);
+
+    // Reading the index (thumb_file_loader.cpp)
+    /** Reads the thumb file into the lists. False when it cannot be opened or memory is short. */
+    bool m_LoadThumbFile();
+    /** Reads one record from its "<" at pStart to its ">" at pStart + len. */
+    bool m_Parse(char* pStart, int len);
+    /** Reads a thumbnail record from the comma after its type at pStart to its ">" at pStart + len.
+     */
+    bool m_ParseItem(char* pStart, int len);
+    /** Reads a folder record from the comma after its type at pStart to its ">" at pStart + len. */
+    bool m_ParseFolderItem(char* pStart, int len);
+
+    // What the platform knows (known_devices.cpp)
+    /** Learns the known devices and drops the data of all others. Always true. */
+    bool m_InitDeviceList();
+    /**
+     * Finds the known devices of one kind.
+     * @param deviceMap  is emptied and filled: storage id to mount path, or serial number to "ptp"
+     * @return false when the kind is unknown, there is no camera, or the database gives no filter
+     */
+    bool m_GetDeciveList(std::map<std::string, std::string>& deviceMap,
+                         zel_storage_device_type type);
+    /** Keeps a clone of each storage of the database in the std::vector<void*> at userData. */
+    static bool s_GetStorageCallback(void* storage, void* userData);
+
+    // What is gone (stale_data.cpp)
+    /** Drops every folder, with its thumbnails, whose device is in neither map. Always true. */
+    bool m_DelUnvalidData(std::map<std::string, std::string>& usbFlashMap,
+                          std::map<std::string, std::string>& ptpFlashMap);
+
+    // Directories (file_helpers.cpp), no lock needed
+    bool m_CreateDir(std::string strDir);  ///< as CreateDir()
+    bool m_RemoveDir(std::string strDir);  ///< as RemoveDir()
+
+    // Images (image_writers.cpp); arguments as for m_BmpSave, no lock needed
+    /** Writes a thumbnail in the format of the cache, which is JPEG. */
+    bool m_SaveThumb(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
+                     const char* filename);
+    /** Writes a JPEG file of quality 100. A regular file that cannot be completed is removed. */
+    bool m_JpegSave(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
+                    const char* filename);
+
+    // Written under m_Mutex, read by FlagCreate() without it.
+    std::atomic<bool> m_bIsCreated{false};
+
+    // The one lock of the engine, never taken twice on one path.
+    GMutex m_Mutex;
+
+    // Guarded by m_Mutex, but for m_strCachePath, which Create() sets while nothing else runs.
+    std::map<std::string, std::string> m_MountPathMap;  ///< known USB storages: id to mount path
+    std::map<std::string, std::string> m_PtpDeviceMap;  ///< known cameras: serial number to "ptp"
+    std::string m_strCachePath;                         ///< path of the thumb file
+    int m_CacheSize = 0;           ///< sum of the sizes of the items, and the save's in progress
+    ItemList m_ThumbItemList;      ///< every thumbnail, oldest first
+    FolderList m_ThumbFolderList;  ///< every device folder
+
+    // Guarded by m_WorkerMutex.
+    std::mutex m_WorkerMutex;
+    std::condition_variable m_WorkerFinished;
+    int m_WorkerCount = 0;  ///< workers that still use this object
+};
+
+extern template CZELThumbFlashCache* CZELSingleton<CZELThumbFlashCache>::m_pObj;
+
+#endif

@@ -1,0 +1,43 @@
+#include "file_descriptor.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+CZELFileDescriptor::CZELFileDescriptor(CZELFileDescriptor&& other) noexcept
+    : m_Descriptor(std::exchange(other.m_Descriptor, -1)) {}
+
+CZELFileDescriptor& CZELFileDescriptor::operator=(CZELFileDescriptor&& other) noexcept {
+    std::swap(m_Descriptor, other.m_Descriptor);
+    return *this;
+}
+
+bool CZELFileDescriptor::WriteAll(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(m_Descriptor, text.data(), text.size());
+        if (written > 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (written == 0 || errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::size_t CZELFileDescriptor::ReadUpTo(char* buffer, std::size_t size) {
+    std::size_t held = 0;
+    while (held < size) {
+        const ssize_t count = read(m_Descriptor, buffer + held, size - held);
+        if (count > 0) {
+            held += static_cast<std::size_t>(count);
+        } else if (count == 0 || errno != EINTR) {
+            break;
+        }
+    }
+    return held;
+}
+
+bool CZELFileDescriptor::Close() {
+    return m_Descriptor < 0 || close(std::exchange(m_Descriptor, -1)) == 0;
+}

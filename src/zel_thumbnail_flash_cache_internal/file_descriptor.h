@@ -1,0 +1,38 @@
+/**
+ * @file
+ * An open file descriptor with an owner.
+ */
+#ifndef ZEL_FILE_DESCRIPTOR_H
+#define ZEL_FILE_DESCRIPTOR_H
+
+#include <cstddef>
+#include <string_view>
+
+class CZELFileDescriptor {
+public:
+    CZELFileDescriptor() = default;
+    /** Takes over a descriptor; a negative one is none. */
+    explicit CZELFileDescriptor(int descriptor) : m_Descriptor(descriptor) {}
+    ~CZELFileDescriptor() { Close(); }
+
+    CZELFileDescriptor(CZELFileDescriptor&& other) noexcept;
+    CZELFileDescriptor& operator=(CZELFileDescriptor&& other) noexcept;
+
+    bool IsOpen() const { return m_Descriptor >= 0; }
+    int Get() const { return m_Descriptor; }
+
+    /** Writes the whole text; false, with errno set, when a part of it could not be written. */
+    bool WriteAll(std::string_view text);
+
+    /** Reads until the buffer of that many bytes is full or nothing more comes; the bytes read. */
+    std::size_t ReadUpTo(char* buffer, std::size_t size);
+
+    /** Closes the descriptor if it is open; false when the system reports a failed write only now.
+     */
+    bool Close();
+
+private:
+    int m_Descriptor = -1;
+};
+
+#endif

@@ -1,0 +1,186 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csetjmp>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <string>
+#include <tuple>
+
+// Relies on <cstdio> before it.
+#include <jpeglib.h>
+
+#include "log.h"
+#include "size_arithmetic.h"
+#include "zel_thumbnail_flash_cache_internal.h"
+
+namespace {
+
+constexpr std::size_t presetSize = 4096;
+constexpr std::size_t bytesPerPixel = 4;
+constexpr int jpegQuality = 100;
+
+struct JpegErrorManager {
+    jpeg_error_mgr base;  // first, so that the library's pointer to it is a pointer to the whole
+    std::jmp_buf recovery;
+    char message[JMSG_LENGTH_MAX];
+};
+
+extern "C" {
+
+[[noreturn]] static void RecoverFromJpegError(j_common_ptr codec) {
+    auto* errors = reinterpret_cast<JpegErrorManager*>(codec->err);
+    codec->err->format_message(codec, errors->message);
+    std::longjmp(errors->recovery, 1);
+}
+
+static void DiscardJpegMessage(j_common_ptr) {}
+}
+
+// Encodes a picture into a file and flushes it. On failure the reason is in errors.message. An
+// error of the library jumps back here, past everything below: nothing in it has a destructor.
+bool EncodeJpeg(JpegErrorManager& errors, unsigned char* buffer, int xsize, int ysize, FILE* file) {
+    jpeg_compress_struct codec{};
+    codec.err = jpeg_std_error(&errors.base);
+    errors.base.error_exit = RecoverFromJpegError;
+    errors.base.output_message = DiscardJpegMessage;
+    if (setjmp(errors.recovery) != 0) {
+        jpeg_destroy_compress(&codec);
+        return false;
+    }
+    jpeg_create_compress(&codec);
+    jpeg_stdio_dest(&codec, file);
+    codec.image_width = static_cast<JDIMENSION>(xsize);
+    codec.image_height = static_cast<JDIMENSION>(ysize);
+    codec.in_color_space = JCS_EXT_BGRX;
+    codec.input_components = bytesPerPixel;
+    jpeg_set_defaults(&codec);
+    jpeg_set_quality(&codec, jpegQuality, TRUE);
+    jpeg_start_compress(&codec, TRUE);
+    const std::size_t stride = bytesPerPixel * codec.image_width;
+    while (codec.next_scanline < codec.image_height) {
+        JSAMPROW row = buffer + codec.next_scanline * stride;
+        jpeg_write_scanlines(&codec, &row, 1);
+    }
+    jpeg_finish_compress(&codec);
+    jpeg_destroy_compress(&codec);
+    return true;
+}
+
+// Closes a file that could not be completed and removes it. Only a regular file goes, never a
+// device node; behind a link it is the file that was begun, not the link.
+void AbandonFile(FILE* file, const char* filename) {
+    struct stat status {};
+    const bool bRegular = fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode);
+    std::ignore = std::fclose(file);  // its content is lost already
+    if (bRegular) {
+        const std::unique_ptr<char, decltype(&std::free)> target(realpath(filename, nullptr),
+                                                                 &std::free);
+        // A file that cannot be removed stays; the caller has learnt that it is of no use.
+        std::ignore = std::remove(target ? target.get() : filename);
+    }
+}
+
+// Ends an image file: the preset block, if there is one, and the close. What a full disk cuts off
+// here goes unnoticed, as the image itself is whole.
+void FinishFile(FILE* file, const char* bufferPreset) {
+    if (bufferPreset != nullptr) {
+        std::ignore = std::fwrite(bufferPreset, 1, presetSize, file);
+    }
+    std::ignore = std::fflush(file);
+    std::ignore = std::fclose(file);
+}
+
+using BmpHeader = std::array<unsigned char, 54>;
+
+void PutLittleEndian32(BmpHeader& header, std::size_t offset, int value) {
+    const auto bits = static_cast<unsigned>(value);
+    for (unsigned byte = 0; byte < 4; ++byte) {
+        header[offset + byte] = static_cast<unsigned char>(bits >> (8 * byte));
+    }
+}
+
+// The fields that are not named are 0.
+BmpHeader MakeBmpHeader(int xsize, int ysize) {
+    BmpHeader header{'B', 'M'};
+    PutLittleEndian32(header, 2, BmpFileSize(xsize, ysize));
+    PutLittleEndian32(header, 10, static_cast<int>(header.size()));  // offset of the pixels
+    PutLittleEndian32(header, 14, 40);                               // size of the info header
+    PutLittleEndian32(header, 18, xsize);
+    PutLittleEndian32(header, 22, ysize);
+    header[26] = 1;                  // planes
+    header[28] = 8 * bytesPerPixel;  // bits per pixel
+    return header;
+}
+
+}  // namespace
+
+bool CZELThumbFlashCache::m_SaveThumb(unsigned char* buffer, char* bufferPreset, int xsize,
+                                      int ysize, const char* filename) {
+    return m_JpegSave(buffer, bufferPreset, xsize, ysize, filename);
+}
+
+bool CZELThumbFlashCache::m_JpegSave(unsigned char* buffer, char* bufferPreset, int xsize,
+                                     int ysize, const char* filename) {
+    FILE* file = std::fopen(filename, "wbe");
+    if (file == nullptr) {
+        ZEL_LOG_INFO("can't open filename[%s] errno=%d\n", filename, errno);
+        return false;
+    }
+    JpegErrorManager errors{};
+    if (!EncodeJpeg(errors, buffer, xsize, ysize, file)) {
+        ZEL_LOG_INFO("m_JpegSave [%s] failed: %s\n", filename, errors.message);
+        AbandonFile(file, filename);
+        return false;
+    }
+    if (bufferPreset != nullptr) {
+        ZEL_LOG_INFO("m_JpegSave bufferPreset : [%s]###\n", bufferPreset);
+    }
+    FinishFile(file, bufferPreset);
+    return true;
+}
+
+bool CZELThumbFlashCache::m_BmpSave(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
+                                    const char* filename) try {
+    const BmpHeader header = MakeBmpHeader(xsize, ysize);
+    const char* slash = std::strrchr(filename, '/');
+    if (slash == nullptr) {
+        ZEL_LOG_INFO("can not find / in path:%s", filename);
+        return false;
+    }
+    const std::string directory(filename, slash);
+    if (access(directory.c_str(), F_OK) != 0) {
+        ZEL_LOG_INFO("fail to access dir path:%s", directory.c_str());
+        return false;
+    }
+    FILE* file = std::fopen(filename, "wbe");
+    if (file == nullptr) {
+        ZEL_LOG_INFO("fopen fail");
+        return false;
+    }
+    // Flushed at once: a full device shows here or nowhere.
+    if (std::fwrite(header.data(), 1, header.size(), file) < header.size() ||
+        std::fflush(file) != 0) {
+        ZEL_LOG_INFO("fwrite error");
+        std::ignore = std::fclose(file);  // the failure is reported already
+        return false;
+    }
+    const std::size_t stride = xsize > 0 ? bytesPerPixel * static_cast<std::size_t>(xsize) : 0;
+    for (int row = ysize - 1; row >= 0; --row) {
+        // A row that a full disk cuts short shows in the size of the file.
+        std::ignore = std::fwrite(buffer + static_cast<std::size_t>(row) * stride, 1, stride, file);
+    }
+    if (bufferPreset != nullptr) {
+        ZEL_LOG_INFO("bmp_write bufferPreset : [%s]###\n", bufferPreset);
+    }
+    FinishFile(file, bufferPreset);
+    return true;
+} catch (const std::exception& error) {
+    ZEL_LOG_WARN("m_BmpSave failed: %s", error.what());
+    return false;
+}

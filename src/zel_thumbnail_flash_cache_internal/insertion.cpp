@@ -1,0 +1,111 @@
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <tuple>
+
+#include "log.h"
+#include "size_arithmetic.h"
+#include "zel_thumbnail_flash_cache_internal.h"
+
+void CZELThumbFlashCache::m_ReserveSpace(long size) {
+    ZEL_LOG_INFO("m_CacheSize begin:%d\n", m_CacheSize);
+    m_CacheSize = WrappingAdd(m_CacheSize, size);
+    ZEL_LOG_INFO("m_CacheSize space hold:%d\n", m_CacheSize);
+    if (m_CacheSize <= ZEL_FLASH_CACHE_MAX) {
+        return;
+    }
+    ZEL_LOG_INFO("m_CacheSize > ZEL_FLASH_CACHE_MAX\n");
+    long m = WrappingSubtract(m_CacheSize, ZEL_FLASH_CACHE_MAX);
+    ZEL_LOG_INFO("m = [%ld]\n", m);
+    while (m > 0 && !m_ThumbItemList.empty()) {
+        ZEL_LOG_INFO("m 11= [%ld]\n", m);
+        const boost::intrusive_ptr<CZELFlashCacheItem> oldest = m_ThumbItemList.front();
+        m = WrappingSubtract(m, oldest->Size);
+        ZEL_LOG_INFO("m 22= [%ld]\n", m);
+        m_CacheSize = WrappingSubtract(m_CacheSize, oldest->Size);
+        m_ThumbItemList.pop_front();
+        // A file that stays is logged there; the item is gone either way.
+        std::ignore = m_DeleteItem(oldest);
+    }
+    // A failure is logged there; the old index then names more thumbnails than there are.
+    std::ignore = m_RefreshThumbFile();
+}
+
+bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem,
+                                       std::string strId, unsigned char* buffer, int xsize,
+                                       int ysize, const char* filename, char* bufferPreset) {
+    if (!pThumbItem || strId.empty()) {
+        ZEL_LOG_INFO("m_InsertItem pThumbItem is NULL###\n");
+        return false;
+    }
+    const std::string& strFolder = pThumbItem->Path;
+    if (strFolder.empty()) {
+        ZEL_LOG_INFO("m_InsertItem strFolder is empty###\n");
+        return false;
+    }
+
+    // All that needs memory comes before the image, so that no image is left without its record.
+    std::string strImage = filename;
+    FolderList newFolder;
+    const bool bKnownFolder = std::any_of(
+        m_ThumbFolderList.begin(), m_ThumbFolderList.end(),
+        [&](const auto& folder) { return folder->Sid == strId && folder->Path == strFolder; });
+    if (!bKnownFolder) {
+        newFolder.emplace_back(new CZELFlashCacheFolderItem);
+        newFolder.front()->Sid = std::move(strId);
+        newFolder.front()->Path = strFolder;
+        newFolder.front()->Devicetype = pThumbItem->Devicetype;
+    }
+
+    ZEL_LOG_INFO("Start");
+    if (!m_SaveThumb(buffer, bufferPreset, xsize, ysize, filename)) {
+        ZEL_LOG_INFO("m_InsertItem m_JpegSave failed###\n");
+        return false;
+    }
+    struct stat status {};
+    if (stat(filename, &status) == 0) {
+        const int fileSize = HoldToInt32(status.st_size);
+        m_CacheSize = WrappingAdd(WrappingSubtract(m_CacheSize, pThumbItem->Size), fileSize);
+        if (fileSize > 0) {
+            pThumbItem->Size = fileSize;
+        }
+        ZEL_LOG_INFO("jepg size is %d, m_CacheSize end:%d\n", fileSize, m_CacheSize);
+    }
+    ZEL_LOG_INFO("End");
+    if (!m_AddItemToThumbFile(pThumbItem)) {
+        ZEL_LOG_INFO("m_InsertItem m_AddItemToThumbFile failed###\n");
+        // A file that stays is logged there; the save has failed either way.
+        std::ignore = m_RemoveThumb(std::move(strImage));
+        return false;
+    }
+    if (!newFolder.empty()) {
+        // A failure is logged there; the record follows with the next rewrite.
+        std::ignore = m_AddFolderItemToThumbFile(newFolder.front());
+        m_ThumbFolderList.splice(m_ThumbFolderList.end(), newFolder);
+    }
+    return true;
+}
+
+bool CZELThumbFlashCache::m_DeleteItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem) {
+    ZEL_LOG_INFO("m_DeleteItem...\n");
+    if (!pThumbItem) {
+        ZEL_LOG_INFO("m_DeleteItem pThumbItem is NULL\n");
+        return false;
+    }
+    return m_RemoveThumb(pThumbItem->URL);
+}
+
+bool CZELThumbFlashCache::m_RemoveThumb(std::string strFile) {
+    ZEL_LOG_INFO("m_RemoveThumb...\n");
+    if (strFile.empty()) {
+        ZEL_LOG_INFO("m_RemoveThumb strFile is empty...\n");
+        return false;
+    }
+    ZEL_LOG_INFO("m_RemoveThumb file[%s]\n", strFile.c_str());
+    if (std::remove(strFile.c_str()) != 0) {
+        ZEL_LOG_WARN("m_RemoveThumb: remove [%s] failed.", strFile.c_str());
+        return false;
+    }
+    return true;
+}

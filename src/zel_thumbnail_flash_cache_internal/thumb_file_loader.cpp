@@ -1,0 +1,246 @@
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string_view>
+#include <tuple>
+
+#include "file_descriptor.h"
+#include "log.h"
+#include "size_arithmetic.h"
+#include "thumb_file_record.h"
+#include "zel_thumbnail_flash_cache_internal.h"
+
+namespace {
+
+constexpr std::ptrdiff_t bufferSize = 1048577;
+constexpr std::ptrdiff_t firstReadSize = 1048576;
+constexpr std::ptrdiff_t nextReadSize = 1048575;
+
+// Finds the records in a buffer. Text that belongs to no record is passed over; a NUL ends the text
+// from the moment that a search meets it.
+class RecordScan {
+public:
+    RecordScan(char* text, std::ptrdiff_t size) : m_Text(text), m_Size(size) { m_FindNul(); }
+
+    // The next record, from its "<" to its ">"; false when there is none that is complete.
+    bool Next(char*& start, int& length) {
+        while (m_Position < m_Size) {
+            if (m_Nul < m_Position) {
+                m_FindNul();
+            }
+            const std::ptrdiff_t open = m_Find('<');
+            const std::ptrdiff_t close = open < 0 ? -1 : m_Find('>');
+            if (close < 0) {
+                return false;
+            }
+            if (open < close) {
+                start = m_Text + open;
+                length = static_cast<int>(close - open);
+                m_Position = close + 2;  // the ">" and the CR after it
+                return true;
+            }
+            m_Position = open;
+        }
+        return false;
+    }
+
+    // Where the text begins that belongs to no record so far; past the end when there is none.
+    std::ptrdiff_t Position() const { return m_Position; }
+
+private:
+    std::ptrdiff_t m_Find(char wanted) const {
+        const void* found =
+            std::memchr(m_Text + m_Position, wanted, static_cast<std::size_t>(m_Nul - m_Position));
+        return found == nullptr ? -1 : static_cast<const char*>(found) - m_Text;
+    }
+
+    void m_FindNul() {
+        const void* found =
+            std::memchr(m_Text + m_Position, '\0', static_cast<std::size_t>(m_Size - m_Position));
+        m_Nul = found == nullptr ? m_Size : static_cast<const char*>(found) - m_Text;
+    }
+
+    char* const m_Text;
+    const std::ptrdiff_t m_Size;
+    std::ptrdiff_t m_Position = 0;
+    std::ptrdiff_t m_Nul = 0;
+};
+
+}  // namespace
+
+bool CZELThumbFlashCache::m_LoadThumbFile() {
+    // Without O_NONBLOCK a named pipe that nobody writes to would stop the start here.
+    CZELFileDescriptor file(open(m_strCachePath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!file.IsOpen()) {
+        ZEL_LOG_INFO("open %s fail , error =%d \n", m_strCachePath.c_str(), errno);
+        return false;
+    }
+    const std::unique_ptr<char[]> pBuf(new (std::nothrow) char[bufferSize]);
+    if (!pBuf) {
+        ZEL_LOG_INFO("malloc pBuf failed...\n");
+        return false;
+    }
+    std::ptrdiff_t carried = 0;
+    std::ptrdiff_t readSize = firstReadSize;
+    while (readSize > 0) {
+        const auto count = static_cast<std::ptrdiff_t>(
+            file.ReadUpTo(pBuf.get() + carried, static_cast<std::size_t>(readSize)));
+        if (count == 0) {
+            break;
+        }
+        const std::ptrdiff_t held = carried + count;
+        RecordScan records(pBuf.get(), held);
+        char* start = nullptr;
+        int length = 0;
+        while (records.Next(start, length)) {
+            std::ignore = m_Parse(start, length);  // a bad record is logged there and passed over
+        }
+        carried = std::max<std::ptrdiff_t>(held - records.Position(), 0);
+        std::memmove(pBuf.get(), pBuf.get() + (held - carried), static_cast<std::size_t>(carried));
+        readSize = nextReadSize - carried;
+    }
+    return true;
+}
+
+bool CZELThumbFlashCache::m_Parse(char* pStart, int len) {
+    if (pStart == nullptr) {
+        ZEL_LOG_INFO("m_Parse pStart == NULL ###\n");
+        return false;
+    }
+    if (len < 1 || pStart[0] != '<' || pStart[len] != '>') {
+        ZEL_LOG_INFO("pStart or pStart+len unvalid failed\n");
+        return false;
+    }
+    CZELThumbFileCursor cursor(std::string_view(pStart + 1, static_cast<std::size_t>(len - 1)));
+    if (!cursor.Step("Type=")) {
+        ZEL_LOG_INFO("parse Type failed\n");
+        return false;
+    }
+    std::string_view text;
+    int type = 0;
+    if (!cursor.TakeUntil(',', text) || !ParseThumbFileNumber(text, type)) {
+        ZEL_LOG_INFO("parse StorageId failed\n");
+        return false;
+    }
+    // The parsers of the two kinds begin at the comma.
+    const int comma = len - 1 - static_cast<int>(cursor.Rest().size());
+    if (type == 0) {
+        return m_ParseItem(pStart + comma, len - comma);
+    }
+    if (type == 1) {
+        return m_ParseFolderItem(pStart + comma, len - comma);
+    }
+    ZEL_LOG_INFO("type error[%d]###\n", type);
+    return false;
+}
+
+bool CZELThumbFlashCache::m_ParseItem(char* pStart, int len) {
+    ZEL_LOG_INFO("m_ParseItem \n");
+    if (pStart == nullptr) {
+        ZEL_LOG_INFO("m_ParseItem pStart == NULL ###\n");
+        return false;
+    }
+    if (len < 1 || pStart[0] != ',' || pStart[len] != '>') {
+        ZEL_LOG_INFO("pStart or pStart+len unvalid failed\n");
+        return false;
+    }
+    CZELThumbFileCursor cursor(std::string_view(pStart + 1, static_cast<std::size_t>(len - 1)));
+    ItemList newItem;
+    newItem.emplace_back(new CZELFlashCacheItem);
+    CZELFlashCacheItem& item = *newItem.front();
+    std::string_view text;
+    if (!cursor.Step("Path=\"") || !cursor.TakeUntil('"', text)) {
+        ZEL_LOG_INFO("parseItem FolderPath failed\n");
+        return false;
+    }
+    item.Path = text;
+    cursor.StepOne();
+    if (!cursor.Step("URL=\"") || !cursor.TakeUntil('"', text)) {
+        ZEL_LOG_INFO("parseItem URL failed\n");
+        return false;
+    }
+    item.URL = text;
+    cursor.StepOne();
+    if (!cursor.Step("Size=")) {
+        ZEL_LOG_INFO("parse Size failed###\n");
+        return false;
+    }
+    int size = 0;
+    if (!cursor.TakeUntil(',', text) || !ParseThumbFileNumber(text, size)) {
+        ZEL_LOG_INFO("parse Size failed\n");
+        return false;
+    }
+    item.Size = std::max(size, 0);
+    if (!cursor.Step("Devicetype=")) {
+        ZEL_LOG_INFO("parse folder path failed###\n");
+        return false;
+    }
+    text = cursor.Rest();
+    if (text.empty() || text.find('>') != std::string_view::npos) {
+        ZEL_LOG_INFO("parse device type failed\n");
+        return false;
+    }
+    if (!ParseThumbFileDeviceType(text, item.Devicetype)) {
+        ZEL_LOG_INFO("unknown device type\n");
+        return false;
+    }
+    ZEL_LOG_INFO("path= %s ,URL= %s ,size=%ld", item.Path.c_str(), item.URL.c_str(), item.Size);
+    m_ThumbItemList.splice(m_ThumbItemList.end(), newItem);
+    m_CacheSize = WrappingAdd(m_CacheSize, item.Size);
+    ZEL_LOG_INFO("m_ParseItem success###\n");
+    return true;
+}
+
+bool CZELThumbFlashCache::m_ParseFolderItem(char* pStart, int len) {
+    ZEL_LOG_INFO("m_ParseFolderItem \n");
+    if (pStart == nullptr) {
+        ZEL_LOG_INFO("m_ParseFolderItem pStart == NULL ###\n");
+        return false;
+    }
+    if (len < 1 || pStart[0] != ',' || pStart[len] != '>') {
+        ZEL_LOG_INFO("pStart or pStart+len unvalid failed\n");
+        return false;
+    }
+    CZELThumbFileCursor cursor(std::string_view(pStart + 1, static_cast<std::size_t>(len - 1)));
+    FolderList newFolder;
+    newFolder.emplace_back(new CZELFlashCacheFolderItem);
+    CZELFlashCacheFolderItem& folder = *newFolder.front();
+    std::string_view text;
+    if (!cursor.Step("Sid=\"") || !cursor.TakeUntil('"', text)) {
+        ZEL_LOG_INFO("m_ParseFolderItem Sid failed\n");
+        return false;
+    }
+    folder.Sid = text;
+    cursor.StepOne();
+    if (!cursor.Step("Path=\"")) {
+        ZEL_LOG_INFO("parse folder path failed###\n");
+        return false;
+    }
+    if (!cursor.TakeUntil('"', text)) {
+        ZEL_LOG_INFO("parse folder path failed\n");
+        return false;
+    }
+    folder.Path = text;
+    cursor.StepOne();
+    if (!cursor.Step("Devicetype=")) {
+        ZEL_LOG_INFO("parse folder path failed###\n");
+        return false;
+    }
+    text = cursor.Rest();
+    if (text.empty() || text.find('>') != std::string_view::npos) {
+        ZEL_LOG_INFO("parse folder path failed\n");
+        return false;
+    }
+    if (!ParseThumbFileDeviceType(text, folder.Devicetype)) {
+        ZEL_LOG_INFO("unknown device type\n");
+        return false;
+    }
+    ZEL_LOG_INFO("id= %s ,path= %s ,devicetype=%d", folder.Sid.c_str(), folder.Path.c_str(),
+                 folder.Devicetype);
+    m_ThumbFolderList.splice(m_ThumbFolderList.end(), newFolder);
+    ZEL_LOG_INFO("m_ParseFolderItem success###\n");
+    return true;
+}

@@ -1,0 +1,88 @@
+/**
+ * @file
+ * The format of the thumb file, the cache's index.
+ *
+ * The file is a sequence of records of 8-bit text, each followed by CR LF. A thumbnail record
+ * (Type 0) and a folder record (Type 1) look so:
+ *
+ *     <Type=0,Path="/cache/dev0",URL="/cache/dev0/a.jpg",Size=5120,Devicetype=0>
+ *     <Type=1,Sid="dev0",Path="/cache/dev0",Devicetype=0>
+ *
+ * Keys come in exactly this order. Nothing is escaped: a value ends at the next double quote and a
+ * record at the next ">". A record with its CR LF has at most 1,023 characters. Records of both
+ * kinds may stand in any order; that of the thumbnail records is the order of their age, oldest
+ * first.
+ */
+#ifndef ZEL_THUMB_FILE_RECORD_H
+#define ZEL_THUMB_FILE_RECORD_H
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+#include "zel_thumbnail_flash_cache_internal.h"
+
+/** The text of one record, CR LF included. */
+class CZELThumbFileRecord {
+public:
+    static constexpr std::size_t maxLength = 1023;
+
+    explicit CZELThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item);
+    explicit CZELThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder);
+
+    /** Whether the record is short enough for the file. */
+    bool Fits() const { return !m_bTooLong; }
+
+    /** The record, whole; only when it fits. Valid as long as this object. */
+    std::string_view Text() const { return {m_Text.data(), m_Length}; }
+
+private:
+    void m_Add(std::string_view text);
+    void m_Add(long number);
+
+    std::array<char, maxLength> m_Text;
+    std::size_t m_Length = 0;
+    bool m_bTooLong = false;
+};
+
+/**
+ * Reads the text of a record from left to right. Looks at nothing but the text it is given, which
+ * is the record without its ">", and stays where it is when something is not as expected.
+ */
+class CZELThumbFileCursor {
+public:
+    explicit CZELThumbFileCursor(std::string_view text) : m_Rest(text) {}
+
+    /** Steps over a text that must come next; false when it does not. */
+    bool Step(std::string_view expected);
+
+    /** Steps over any one character. */
+    void StepOne();
+
+    /**
+     * Takes the characters up to a closing one, which must follow, and steps over both.
+     * @param value  receives at least one character; valid as long as the record
+     */
+    bool TakeUntil(char end, std::string_view& value);
+
+    /** What is still to be read. */
+    std::string_view Rest() const { return m_Rest; }
+
+private:
+    std::string_view m_Rest;
+};
+
+/**
+ * Converts the text of a number: base 10, leading blanks and a sign allowed, up to the first
+ * non-digit, 0 without digits, held to 32 bits.
+ * @return false when the text has more than 10 characters
+ */
+bool ParseThumbFileNumber(std::string_view text, int& number);
+
+/**
+ * Converts the text of a device type, of which only the first character counts.
+ * @return false when that is neither "0" nor "1"
+ */
+bool ParseThumbFileDeviceType(std::string_view text, int& type);
+
+#endif
