@@ -1,0 +1,16 @@
+# The Linux platform against mock devices. The library of umockdev that intercepts system calls is
+# linked first instead of preloaded: a sanitizer's runtime then still comes before it.
+pkg_check_modules(UMOCKDEV REQUIRED IMPORTED_TARGET umockdev-1.0)
+find_library(UMOCKDEV_PRELOAD_LIBRARY NAMES umockdev-preload libumockdev-preload.so.0 REQUIRED)
+
+add_executable(linux-platform-test ${CMAKE_CURRENT_LIST_DIR}/linux_platform_test.cpp
+                                   ${CMAKE_CURRENT_LIST_DIR}/linux_log_test.cpp)
+target_link_options(linux-platform-test BEFORE PRIVATE LINKER:--no-as-needed)
+target_link_libraries(linux-platform-test PRIVATE
+                      ${UMOCKDEV_PRELOAD_LIBRARY} zel-platform-log zel-platform-media-content
+                      zel-content-agent GTest::gtest_main PkgConfig::UMOCKDEV Threads::Threads)
+
+# The mock devices have a GLib thread whose synchronisation ThreadSanitizer does not see.
+add_test(NAME linux-platform COMMAND linux-platform-test)
+set_tests_properties(linux-platform PROPERTIES
+                     ENVIRONMENT "TSAN_OPTIONS=ignore_noninstrumented_modules=1")
