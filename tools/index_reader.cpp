@@ -1,0 +1,54 @@
+#include "index_reader.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <map>
+#include <system_error>
+
+#include "zel_thumbnail_flash_cache_internal.h"
+
+namespace {
+
+// An engine that is never started: it loads and changes nothing. One thread uses it, so that its
+// lock is not needed.
+class Loader : public CZELThumbFlashCache {
+public:
+    using CZELThumbFlashCache::m_LoadThumbFile;
+    using CZELThumbFlashCache::m_strCachePath;
+    using CZELThumbFlashCache::m_ThumbFolderList;
+    using CZELThumbFlashCache::m_ThumbItemList;
+};
+
+}  // namespace
+
+std::vector<CachedFolder> ReadIndex(const std::string& index) {
+    int error = access(index.c_str(), R_OK) == 0 ? 0 : errno;
+    if (error == 0 && std::filesystem::is_directory(index)) {
+        error = EISDIR;  // the loader would take it for an empty file
+    }
+    Loader loader;
+    loader.m_strCachePath = index;
+    if (error != 0 || !loader.m_LoadThumbFile()) {
+        throw std::system_error(error != 0 ? error : EIO, std::generic_category(), index);
+    }
+    std::vector<CachedFolder> folders;
+    std::map<std::string, std::size_t> positions;
+    const auto folder_at = [&](const std::string& path, const std::string& id, int device_type) {
+        const auto [entry, is_new] = positions.emplace(path, folders.size());
+        if (is_new) {
+            folders.push_back({id, device_type == DEVICE_TYPE_PTP ? "camera" : "usb", path, {}});
+        }
+        return &folders[entry->second];
+    };
+    for (const auto& folder : loader.m_ThumbFolderList) {
+        folder_at(folder->Path, folder->Sid, folder->Devicetype);
+    }
+    for (const auto& item : loader.m_ThumbItemList) {
+        const auto id = std::filesystem::path(item->Path).filename();
+        folder_at(item->Path, id, item->Devicetype)
+            ->thumbnails.push_back({item->URL, static_cast<std::uintmax_t>(item->Size)});
+    }
+    return folders;
+}

@@ -1,0 +1,27 @@
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <tuple>
+
+#include "options.h"
+
+int main(int argc, char** argv) {
+    int status = 1;
+    try {
+        const Options options = ParseOptions(argc, argv);
+        status = options.run(options);
+    } catch (const UsageError& error) {
+        std::ignore =
+            std::fprintf(stderr, "zel-thumbnail-cache: %s (zel-thumbnail-cache --help explains)\n",
+                         error.what());
+        return 2;  // nothing can be done about a standard error that cannot be written to
+    } catch (const std::exception& error) {
+        std::ignore = std::fprintf(stderr, "zel-thumbnail-cache: %s\n", error.what());  // likewise
+    }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        std::perror("zel-thumbnail-cache: standard output");
+        return 1;
+    }
+    return status;
+}

@@ -1,0 +1,34 @@
+/**
+ * @file
+ * The command line of zel-thumbnail-cache.
+ */
+#ifndef ZEL_TOOLS_OPTIONS_H
+#define ZEL_TOOLS_OPTIONS_H
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/** A command line that cannot be carried out; what() is one line that says why. */
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/** A checked command line. A text that was not given is empty. */
+struct Options {
+    int (*run)(const Options&) = nullptr; /**< the command */
+    std::string index;                    /**< path of the index */
+    std::string cache;                    /**< folder that holds the devices' folders */
+    std::string device;                   /**< id of the device that the pictures are on */
+    std::string mount;                    /**< name of the device's mount directory */
+    bool camera = false;                  /**< the device is a camera */
+    bool json = false;                    /**< print JSON */
+    int size = 256;                       /**< width and height that a thumbnail fits into */
+    std::vector<std::string> operands;    /**< what is not an option */
+};
+
+/** Reads a command line. Throws UsageError. */
+Options ParseOptions(int argc, char** argv);
+
+#endif

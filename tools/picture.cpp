@@ -1,0 +1,94 @@
+#include "picture.h"
+
+#include <gdk-pixbuf/gdk-pixbuf.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+#include "release.h"
+
+namespace {
+
+using Pixbuf = std::unique_ptr<GdkPixbuf, ReleaseBy<g_object_unref>>;
+
+// Of a JPEG file only as much is decoded as a scaled-down picture needs. Other formats gain nothing
+// from that, and would pass off the part of a file that is cut short as the picture.
+GdkPixbuf* Decode(const char* file, int box, GError** error) {
+    PixelSize size = {0, 0};
+    GdkPixbufFormat* format = gdk_pixbuf_get_file_info(file, &size.width, &size.height);
+    const std::unique_ptr<char, ReleaseBy<g_free>> name(
+        format != nullptr ? gdk_pixbuf_format_get_name(format) : nullptr);
+    const bool is_large = size.width > box || size.height > box;
+    return is_large && g_strcmp0(name.get(), "jpeg") == 0
+               ? gdk_pixbuf_new_from_file_at_scale(file, box, box, TRUE, error)
+               : gdk_pixbuf_new_from_file(file, error);
+}
+
+Pixbuf ScaleDown(Pixbuf pixbuf, int box) {
+    const int width = gdk_pixbuf_get_width(pixbuf.get());
+    const int height = gdk_pixbuf_get_height(pixbuf.get());
+    const double scale = static_cast<double>(box) / std::max(width, height);
+    if (scale >= 1) {
+        return pixbuf;
+    }
+    return Pixbuf(gdk_pixbuf_scale_simple(pixbuf.get(), std::max(1L, std::lround(width * scale)),
+                                          std::max(1L, std::lround(height * scale)),
+                                          GDK_INTERP_BILINEAR));
+}
+
+Pixbuf Load(const std::string& file, int box) {
+    GError* error = nullptr;
+    Pixbuf pixbuf(Decode(file.c_str(), box, &error));
+    const std::unique_ptr<GError, ReleaseBy<g_error_free>> reason(error);
+    if (pixbuf == nullptr) {
+        throw std::runtime_error(reason != nullptr ? reason->message : "it cannot be decoded");
+    }
+    pixbuf.reset(gdk_pixbuf_apply_embedded_orientation(pixbuf.get()));
+    if (pixbuf != nullptr) {
+        pixbuf = ScaleDown(std::move(pixbuf), box);
+    }
+    if (pixbuf == nullptr) {
+        throw std::runtime_error("memory is short");
+    }
+    return pixbuf;
+}
+
+unsigned char OverWhite(unsigned colour, unsigned alpha) {
+    return static_cast<unsigned char>((colour * alpha + 255 * (255 - alpha) + 127) / 255);
+}
+
+}  // namespace
+
+Pixels DecodePicture(const std::string& file, int box) {
+    const Pixbuf pixbuf = Load(file, box);
+    const int width = gdk_pixbuf_get_width(pixbuf.get());
+    const int height = gdk_pixbuf_get_height(pixbuf.get());
+    const int channels = gdk_pixbuf_get_n_channels(pixbuf.get());
+    const size_t stride = static_cast<size_t>(gdk_pixbuf_get_rowstride(pixbuf.get()));
+    const unsigned char* rows = gdk_pixbuf_read_pixels(pixbuf.get());
+
+    Pixels pixels = {{width, height}, {}};
+    pixels.bytes.reserve(size_t{4} * static_cast<size_t>(width) * static_cast<size_t>(height));
+    for (int y = 0; y < height; ++y) {
+        const unsigned char* rgb = rows + static_cast<size_t>(y) * stride;
+        for (int x = 0; x < width; ++x, rgb += channels) {
+            const unsigned alpha = channels == 4 ? rgb[3] : 255;
+            for (const int colour : {2, 1, 0}) {
+                pixels.bytes.push_back(OverWhite(rgb[colour], alpha));
+            }
+            pixels.bytes.push_back(0);
+        }
+    }
+    return pixels;
+}
+
+PixelSize ReadPictureSize(const std::string& file) {
+    PixelSize size = {0, 0};
+    if (gdk_pixbuf_get_file_info(file.c_str(), &size.width, &size.height) == nullptr) {
+        return {0, 0};
+    }
+    return size;
+}

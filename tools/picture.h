@@ -1,0 +1,33 @@
+/**
+ * @file
+ * Decoding and scaling of pictures.
+ */
+#ifndef ZEL_TOOLS_PICTURE_H
+#define ZEL_TOOLS_PICTURE_H
+
+#include <string>
+#include <vector>
+
+/** A width and a height in pixels. */
+struct PixelSize {
+    int width;
+    int height;
+};
+
+/** Pixels in rows from top to bottom without gaps: blue, green, red and one unused byte each. */
+struct Pixels {
+    PixelSize size;
+    std::vector<unsigned char> bytes;
+};
+
+/**
+ * Decodes a picture, turned the way its embedded orientation says, over a white ground, and scales
+ * it down to fit into box x box pixels; a smaller picture keeps its size.
+ * Throws std::runtime_error with the reason when the file is not a picture.
+ */
+Pixels DecodePicture(const std::string& file, int box);
+
+/** The size of the picture in a file as the file's header states it, 0 x 0 when it has none. */
+PixelSize ReadPictureSize(const std::string& file);
+
+#endif

@@ -1,0 +1,35 @@
+/**
+ * @file
+ * What the commands print for people.
+ */
+#ifndef ZEL_TOOLS_REPORT_H
+#define ZEL_TOOLS_REPORT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/** The lines of a table, each with one text a column; the first line is the heading. */
+using Table = std::vector<std::vector<std::string>>;
+
+/** The most bytes that the thumbnails of a cache hold together. */
+constexpr std::uintmax_t kCacheCeiling = 104857600;
+
+/** Prints a table with its columns below one another. */
+void PrintTable(const Table& table);
+
+/** Prints how many thumbnails there are and how much of the cache they fill. */
+void PrintTotal(std::size_t thumbnails, std::uintmax_t bytes);
+
+/** The text with "?" for each control character, for a terminal. */
+std::string Printable(std::string text);
+
+/** Shows on a terminal at standard error what is being done, in place of what was shown before; an
+ * empty text erases it. */
+void ShowProgress(const std::string& text);
+
+/** Reports on standard error what failed and why. */
+void ReportFailure(const std::string& what, const std::string& why);
+
+#endif
