@@ -147,7 +147,8 @@ public:
     bool m_BmpSave(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
                    const char* filename);
 
-protected:
+    // ---- The engine's own ----
+
     // Start and stop (engine.cpp)
     bool m_Create();        ///< makes the engine ready; takes the lock
     void m_Destroy();       ///< the first half of destruction; takes no lock

@@ -134,9 +134,7 @@ struct _zel_storage_s* zel_storage_get_storage(int index, void* list) {
     return storage ? reinterpret_cast<_zel_storage_s*>(&*storage) : nullptr;
 }
 
-static const char* TextOf(const Text& text) {
-    return text ? text->c_str() : nullptr;
-}
+static const char* TextOf(const Text& text) { return text ? text->c_str() : nullptr; }
 
 const char* zel_storage_get_mountpath(struct _zel_storage_s* storage) {
     return TextOf(reinterpret_cast<FakePlatform::Attached*>(storage)->mountPath);

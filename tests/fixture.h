@@ -16,29 +16,6 @@ class TestEngine : public CZELThumbFlashCache {
 public:
     using Item = CZELFlashCacheItem;
     using Folder = CZELFlashCacheFolderItem;
-    using CZELThumbFlashCache::m_AddFolderItemToThumbFile;
-    using CZELThumbFlashCache::m_AddItemToThumbFile;
-    using CZELThumbFlashCache::m_CacheSize;
-    using CZELThumbFlashCache::m_CheckUrl;
-    using CZELThumbFlashCache::m_Create;
-    using CZELThumbFlashCache::m_DeleteItem;
-    using CZELThumbFlashCache::m_DelUnvalidData;
-    using CZELThumbFlashCache::m_GetDeciveList;
-    using CZELThumbFlashCache::m_InitDeviceList;
-    using CZELThumbFlashCache::m_InsertItem;
-    using CZELThumbFlashCache::m_JpegSave;
-    using CZELThumbFlashCache::m_LoadThumbFile;
-    using CZELThumbFlashCache::m_MountPathMap;
-    using CZELThumbFlashCache::m_Parse;
-    using CZELThumbFlashCache::m_ParseFolderItem;
-    using CZELThumbFlashCache::m_ParseItem;
-    using CZELThumbFlashCache::m_PtpDeviceMap;
-    using CZELThumbFlashCache::m_RefreshThumbFile;
-    using CZELThumbFlashCache::m_RemoveDir;
-    using CZELThumbFlashCache::m_RemoveThumb;
-    using CZELThumbFlashCache::m_strCachePath;
-    using CZELThumbFlashCache::m_ThumbFolderList;
-    using CZELThumbFlashCache::m_ThumbItemList;
 
     Item& AddItem(const std::string& path, const std::string& url, long size, int type = 0) {
         m_ThumbItemList.emplace_back(new Item);

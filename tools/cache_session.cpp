@@ -49,9 +49,7 @@ CacheSession::CacheSession(const std::string& index) {
     }
 }
 
-CacheSession::~CacheSession() {
-    Stop();
-}
+CacheSession::~CacheSession() { Stop(); }
 
 bool CacheSession::Save(const std::string& file, const std::string& url, Pixels& pixels) const {
     zel_thumbnail_flash_cache_param_h handle = nullptr;

@@ -9,26 +9,13 @@
 
 #include "zel_thumbnail_flash_cache_internal.h"
 
-namespace {
-
-// An engine that is never started: it loads and changes nothing. One thread uses it, so that its
-// lock is not needed.
-class Loader : public CZELThumbFlashCache {
-public:
-    using CZELThumbFlashCache::m_LoadThumbFile;
-    using CZELThumbFlashCache::m_strCachePath;
-    using CZELThumbFlashCache::m_ThumbFolderList;
-    using CZELThumbFlashCache::m_ThumbItemList;
-};
-
-}  // namespace
-
 std::vector<CachedFolder> ReadIndex(const std::string& index) {
     int error = access(index.c_str(), R_OK) == 0 ? 0 : errno;
     if (error == 0 && std::filesystem::is_directory(index)) {
         error = EISDIR;  // the loader would take it for an empty file
     }
-    Loader loader;
+    // Never started, it loads and changes nothing. One thread uses it, so its lock is not needed.
+    CZELThumbFlashCache loader;
     loader.m_strCachePath = index;
     if (error != 0 || !loader.m_LoadThumbFile()) {
         throw std::system_error(error != 0 ? error : EIO, std::generic_category(), index);

@@ -74,13 +74,9 @@ const Command kCommands[] = {
     {"watch", WatchStorages, {kIndex}, nullptr, false},
 };
 
-int PrintHelp(const Options&) {
-    return std::fputs(kHelpText, stdout) < 0;
-}
+int PrintHelp(const Options&) { return std::fputs(kHelpText, stdout) < 0; }
 
-int PrintVersion(const Options&) {
-    return std::puts("zel-thumbnail-cache " ZEL_VERSION) < 0;
-}
+int PrintVersion(const Options&) { return std::puts("zel-thumbnail-cache " ZEL_VERSION) < 0; }
 
 int ParseSize(const std::string& text) {
     int size = 0;

@@ -14,9 +14,7 @@ std::size_t Width(const std::string& text) {
         std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
-bool IsControl(char c) {
-    return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
-}
+bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
 void PrintError(const std::string& text) {
     std::ignore = std::fputs(text.c_str(), stderr);  // there is no other place to report it

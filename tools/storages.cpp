@@ -17,9 +17,7 @@ struct DatabaseConnection {
     ~DatabaseConnection() { std::ignore = media_content_disconnect(); }  // closed either way
 };
 
-std::string Text(const char* text) {
-    return text != nullptr ? text : "";
-}
+std::string Text(const char* text) { return text != nullptr ? text : ""; }
 
 std::string ReadText(int (*get)(media_storage_h, char**), media_storage_h storage) {
     char* copy = nullptr;

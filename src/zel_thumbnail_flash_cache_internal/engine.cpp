@@ -117,6 +117,4 @@ void CZELThumbFlashCache::m_Destroy() {
     m_bIsCreated = false;
 }
 
-bool CZELThumbFlashCache::FlagCreate() {
-    return m_bIsCreated;
-}
+bool CZELThumbFlashCache::FlagCreate() { return m_bIsCreated; }

@@ -18,9 +18,7 @@ constexpr int maxPasses = 3;
 using DeviceMap = std::map<std::string, std::string>;
 using PlatformText = std::unique_ptr<char, decltype(&std::free)>;
 
-const char* OrEmpty(const char* text) {
-    return text == nullptr ? "" : text;
-}
+const char* OrEmpty(const char* text) { return text == nullptr ? "" : text; }
 
 // The storages of one kind that the storage service lists; valid until they are released.
 class AttachedStorages {

@@ -9,9 +9,7 @@ namespace {
 thread_local int t_ThreadId = 0;
 
 // The thread that forked goes on in the child under another id.
-void ForgetThreadId() {
-    t_ThreadId = 0;
-}
+void ForgetThreadId() { t_ThreadId = 0; }
 
 // Without the handler nothing may be remembered.
 const bool g_bForkIsSeen = pthread_atfork(nullptr, nullptr, ForgetThreadId) == 0;

@@ -50,9 +50,7 @@ bool CZELThumbFileCursor::Step(std::string_view expected) {
     return true;
 }
 
-void CZELThumbFileCursor::StepOne() {
-    m_Rest = m_Rest.substr(m_Rest.empty() ? 0 : 1);
-}
+void CZELThumbFileCursor::StepOne() { m_Rest = m_Rest.substr(m_Rest.empty() ? 0 : 1); }
 
 bool CZELThumbFileCursor::TakeUntil(char end, std::string_view& value) {
     const std::size_t length = m_Rest.find(end);
