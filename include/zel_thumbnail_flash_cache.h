@@ -4,8 +4,9 @@
  *
  * A media browser decodes the thumbnail of a picture on a USB stick or a PTP camera once and hands
  * it to this library. The library keeps it as a JPEG file, records it in a text index (the thumb
- * file) that survives a restart, holds all thumbnails together at or below 104857600 bytes by
- * deleting the oldest, and deletes the thumbnails of a device that is gone.
+ * file) that survives a restart, and deletes the thumbnails of a device that is gone. Before a save
+ * whose uncompressed size would take all thumbnails together above 104857600 bytes, it deletes the
+ * oldest.
  *
  * @code
  *   zel_thumbnail_flash_cache_init("/var/cache/thumbs/index");

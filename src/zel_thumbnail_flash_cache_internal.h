@@ -14,6 +14,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "util/zel_intrusive_ptr_base.h"
 #include "zel_platform_storage.h"
@@ -86,8 +87,8 @@ public:
     CZELThumbFlashCache& operator=(const CZELThumbFlashCache&) = delete;
 
     /**
-     * Sets the path of the thumb file and starts a worker thread that makes the engine ready.
-     * Not to be called while an earlier worker still runs or a save is in progress.
+     * Sets the path of the thumb file and starts a worker thread that makes the engine ready. While
+     * an earlier worker or a save holds the lock, the path is set when the new worker has it.
      * @return false when the path is null or no thread can be started
      */
     bool Create(const char* strCachePath);
@@ -150,12 +151,16 @@ public:
     // ---- The engine's own ----
 
     // Start and stop (engine.cpp)
-    bool m_Create();        ///< makes the engine ready; takes the lock
-    void m_Destroy();       ///< the first half of destruction; takes no lock
-    void m_ResetState();    ///< back to an empty cache
-    void m_RunCreate();     ///< the body of a worker thread
-    void m_FinishWorker();  ///< counts a worker as finished
-    void m_AwaitWorkers();  ///< returns when no worker is left
+    bool m_Create();      ///< makes the engine ready; takes the lock
+    void m_Destroy();     ///< the first half of destruction; takes no lock
+    void m_ResetState();  ///< back to an empty cache
+    /** Sets the path of the thumb file, now or when the next worker has the lock; takes the lock.
+     */
+    void m_SetCachePath(std::string strCachePath);
+    void m_TakeNextCachePath();  ///< sets the path that could not be set at once
+    void m_RunCreate();          ///< the body of a worker thread; takes the lock
+    void m_FinishWorker();       ///< counts a worker as finished; needs no lock
+    void m_AwaitWorkers();       ///< returns when no worker is left; needs no lock
 
     // One save (save_request.cpp)
     /**
@@ -185,6 +190,9 @@ public:
     // The index (thumb_file_writer.cpp)
     /** Writes the thumb file anew from both lists. A short write is logged and answers true. */
     bool m_RefreshThumbFile();
+    enum class AppendResult { Appended, NotOpened, Short };
+    /** Appends the text of a record to the thumb file, or nothing. */
+    AppendResult m_AppendRecord(std::string_view record);
     /** Appends an item's record. A short write is logged, undone and answers true. */
     bool m_AddItemToThumbFile(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem);
     /** Appends a folder's record. A short write is logged, undone and answers true. */
@@ -192,7 +200,11 @@ public:
         boost::intrusive_ptr<CZELFlashCacheFolderItem> pThumbFolderItem);
 
     // Reading the index (thumb_file_loader.cpp)
-    /** Reads the thumb file into the lists. False when it cannot be opened or memory is short. */
+    /**
+     * Reads the thumb file into the lists.
+     * @return false when it cannot be opened or there is no memory for the buffer
+     * Throws std::bad_alloc when there is none for a record; those before it are in the lists.
+     */
     bool m_LoadThumbFile();
     /** Reads one record from its "<" at pStart to its ">" at pStart + len. */
     bool m_Parse(char* pStart, int len);
@@ -207,7 +219,8 @@ public:
     bool m_InitDeviceList();
     /**
      * Finds the known devices of one kind.
-     * @param deviceMap  is emptied and filled: storage id to mount path, or serial number to "ptp"
+     * @param deviceMap  is emptied and filled: storage id to mount path, or serial number to "ptp";
+     *                   stays as it is when no USB storage is listed or the kind is unknown
      * @return false when the kind is unknown, there is no camera, or the database gives no filter
      */
     bool m_GetDeciveList(std::map<std::string, std::string>& deviceMap,
@@ -238,7 +251,7 @@ public:
     // The one lock of the engine, never taken twice on one path.
     GMutex m_Mutex;
 
-    // Guarded by m_Mutex, but for m_strCachePath, which Create() sets while nothing else runs.
+    // Guarded by m_Mutex.
     std::map<std::string, std::string> m_MountPathMap;  ///< known USB storages: id to mount path
     std::map<std::string, std::string> m_PtpDeviceMap;  ///< known cameras: serial number to "ptp"
     std::string m_strCachePath;                         ///< path of the thumb file
@@ -246,10 +259,14 @@ public:
     ItemList m_ThumbItemList;      ///< every thumbnail, oldest first
     FolderList m_ThumbFolderList;  ///< every device folder
 
+    // Guarded by m_Mutex: the thumb file that is known to end with a whole record, if any.
+    std::string m_strWholePath;
+
     // Guarded by m_WorkerMutex.
     std::mutex m_WorkerMutex;
     std::condition_variable m_WorkerFinished;
-    int m_WorkerCount = 0;  ///< workers that still use this object
+    int m_WorkerCount = 0;           ///< workers that still use this object
+    std::string m_strNextCachePath;  ///< to become m_strCachePath; empty when there is none
 };
 
 extern template CZELThumbFlashCache* CZELSingleton<CZELThumbFlashCache>::m_pObj;

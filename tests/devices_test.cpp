@@ -1,192 +1,111 @@
 #include "fixture.h"
 
-namespace {
+constexpr auto usb = ZEL_STORAGE_DEVICE_TYPE_USB, ptp = ZEL_STORAGE_DEVICE_TYPE_PTP;
+constexpr char a[] = "/opt/storage/usb/a", b[] = "/opt/storage/usb/b";
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-using Map = std::map<std::string, std::string>;
-
-constexpr auto usb = ZEL_STORAGE_DEVICE_TYPE_USB;
-constexpr auto ptp = ZEL_STORAGE_DEVICE_TYPE_PTP;
-
-class Devices : public CacheTest {
-protected:
-    Devices() { platform.TakeLog(); }
-    ~Devices() override {
-        EXPECT_EQ(platform.liveLists, 0);
-        EXPECT_EQ(platform.liveFilters, 0);
-        EXPECT_EQ(platform.liveClones, 0);
+struct Devices : CacheTest {
+    // The result and then the map, which has a pair before: "1 ID=NAME", the last part of the path.
+    std::string Find(zel_storage_device_type kind) {
+        std::map<std::string, std::string> map = {{"old", "map"}};
+        platform.passes = 0;
+        Log();
+        std::string found = std::to_string(engine->m_GetDeciveList(map, kind));
+        for (const auto& [id, path] : map)
+            found += " " + id + "=" + path.substr(path.rfind('/') + 1);
+        return found;
     }
-    void Attach(zel_storage_device_type kind, const Text& mountPath, const Text& serial = {}) {
-        platform.devices[kind].storages.push_back(FakePlatform::Attached{mountPath, serial});
-    }
-    bool Find(zel_storage_device_type kind) { return engine->m_GetDeciveList(map, kind); }
-
-    Map map = {{"earlier", "entry"}};
-    const Map untouched = map;
-    const std::string a = "/opt/storage/usb/a";
-    const std::string b = "/opt/storage/usb/b";
 };
 
 TEST_F(Devices, usbStorageIsKnownByTheIdThatTheDatabaseHasForItsPath) {
-    Attach(usb, a);
-    platform.devices[usb].storages.emplace_back(std::nullopt);
-    platform.database = {{"/other", "x"}, {Text(), "y"}, {a, "id1"}, {a, "id0"}, {a + "/", "z"}};
-    EXPECT_TRUE(Find(usb));
-    EXPECT_EQ(map, (Map{{"id0", a}, {"id1", a}}));
-    EXPECT_THAT(
-        platform.TakeLog(),
-        ElementsAre("I [start to excute m_GetDeciveList]...\n",
-                    "I  zel_get_usb_list has return to zel_get_usb_list ",
-                    "I zel_get_usb_storage_list device type = [1]", "I device[0] MountPath = " + a,
-                    "I USB Storage is Exist\n", "I m_GetStorageList storageListSize = 5 ",
-                    "I usblist.size === [1]", "I usbPath : [" + a + "], storagePath: [/other]\n",
-                    "I usbPath : [" + a + "], storagePath: []\n",
-                    "I usbPath : [" + a + "], storagePath: [" + a + "]\n", "I storageID: id1\n",
-                    "I usbPath : [" + a + "], storagePath: [" + a + "]\n", "I storageID: id0\n",
-                    "I usbPath : [" + a + "], storagePath: [" + a + "/]\n",
-                    "I  UsbScanning is Completed \n", "I  exit m_GetStorageList...\n"));
+    using Case = std::tuple<FakePlatform::Devices, std::vector<_zel_storage_s>, int, const char*>;
+    const Case cases[] = {
+        {{0, {{{a}}}}, {{"/c", "x"}, {a, "1"}, {a}, {a, "0"}, {"/opt", "z"}}, 1, "1 0=a 1=a"},
+        {{0, {{{a}}, {}}}, {{nullptr, "y"}, {a, "A"}}, 1, "1 A=a"},
+        {{0, {{{a}}, {{b}}}}, {{a, "A"}, {a}}, 1, "1 A=a"},  // pairs count, not storages
+        {{0, {{{a}}, {{b}}}}, {{a, "A"}}, 3, "1 A=a"},
+        {{0, {{{"/mnt/a"}}, {{nullptr}}}}, {{"/mnt/a", "A"}}, 0, "1 old=map"},
+        {{0, {{{a}}}, -1}, {}, 0, "1 old=map"},
+        {{-1, {}}, {}, 0, "1 old=map"},
+    };
+    for (const auto& [devices, database, passes, found] : cases) {
+        platform.devices[usb] = devices;
+        platform.database = database;
+        EXPECT_EQ(Find(usb), found);
+        EXPECT_EQ(platform.passes, passes) << found;
+        EXPECT_THAT(Log(), HasSubstr(passes == 0   ? "|I USB Storage Not is Exist~|I  exit"
+                                     : passes == 3 ? "|I  TimeOut Occured ~|I  exit"
+                                                   : "|I  UsbScanning is Completed ~|I  exit"));
+    }
 }
 
-TEST_F(Devices, databaseIsReadUntilItKnowsEveryStorageThreeTimesAtMost) {
-    const auto scan = [this](int passWithB, int passes, const char* end) {
-        platform.passes = 0;
+TEST_F(Devices, databaseIsReadAgainUntilItKnowsEveryStorage) {
+    platform.devices[usb].storages = {{{a}}, {{b}}};
+    for (const int passWithB : {2, 3, 4}) {
         platform.database = {{a, "A"}};
-        platform.onPass = [=](int pass) {
-            if (pass == passWithB) {
+        platform.onPass = [&](int pass) {
+            if (pass == passWithB)
                 platform.database = {{b, "B"}, {a, "A"}};
-            }
         };
-        EXPECT_TRUE(Find(usb));
-        EXPECT_EQ(platform.passes, passes);
-        const auto log = platform.TakeLog();
-        EXPECT_EQ(*(log.end() - 2), end);
-    };
-    Attach(usb, a);
-    Attach(usb, b);
-    scan(2, 2, "I  UsbScanning is Completed \n");
-    EXPECT_EQ(map, (Map{{"A", a}, {"B", b}}));
-    scan(3, 3, "I  TimeOut Occured \n");
-    EXPECT_EQ(map, (Map{{"A", a}, {"B", b}}));
-    scan(4, 3, "I  TimeOut Occured \n");
-    EXPECT_EQ(map, (Map{{"A", a}}));
-    // Pairs are counted, not storages: two of a make up for the missing b.
-    platform.onPass = nullptr;
-    platform.passes = 0;
-    platform.database = {{a, "A"}, {a, Text()}};
-    EXPECT_TRUE(Find(usb));
-    EXPECT_EQ(platform.passes, 1);
-    EXPECT_EQ(map, (Map{{"A", a}}));
-}
-
-TEST_F(Devices, withoutAUsbMountPathTheDatabaseIsNotAsked) {
-    const char* absent = "I USB Storage Not is Exist\n";
+        EXPECT_EQ(Find(usb), passWithB == 4 ? "1 A=a" : "1 A=a B=b");
+        EXPECT_EQ(platform.passes, std::min(passWithB, 3));
+    }
+    platform.onPass = [](int) {};
+    platform.database = {{a, "A"}};
+    platform.failingFilter = 2;  // what the pass before has found stays
     platform.filterDestroyResult = -1;
-    Attach(usb, "/mnt/a");
-    Attach(usb, Text());
-    EXPECT_TRUE(Find(usb));
-    EXPECT_THAT(platform.TakeLog(), testing::IsSupersetOf({"I device[1] MountPath = ", absent}));
-    platform.devices[usb].count = -1;
-    EXPECT_TRUE(Find(usb));
-    platform.devices[usb].result = -1;
-    platform.TakeLog();
-    EXPECT_TRUE(Find(usb));
-    EXPECT_THAT(platform.TakeLog(),
-                ElementsAre(testing::_, testing::_, absent, "I FAILED TO media_filter_destroy",
-                            "I  exit m_GetStorageList...\n"));
-    EXPECT_EQ(map, untouched);
-    EXPECT_EQ(platform.passes, 0);
+    EXPECT_EQ(Find(usb), "0 A=a");
+    EXPECT_THAT(Log(), EndsWith("|I FAILED TO media_filter_destroy|I FAILED TO media_filter_destroy"
+                                "|I [m_GetStorageList] - failed to media_filter_create"));
+    platform.failingFilter = 0;
+    platform.cloneResult = -1;
+    EXPECT_EQ(Find(usb), "1");
 }
 
-TEST_F(Devices, withoutAFilterTheEarlierPassStays) {
-    Attach(usb, a);
-    Attach(usb, b);
-    platform.database = {{a, "A"}};
-    platform.failingFilter = 2;
-    EXPECT_FALSE(Find(usb));
-    EXPECT_EQ(map, (Map{{"A", a}}));
-    EXPECT_EQ(platform.TakeLog().back(), "I [m_GetStorageList] - failed to media_filter_create");
-}
-
-TEST_F(Devices, aStorageThatCannotBeClonedIsNeverAsked) {
-    Attach(usb, a);
-    platform.database = {{a, "A"}};
-    platform.cloneFails = true;
-    EXPECT_TRUE(Find(usb));
-    EXPECT_THAT(map, IsEmpty());
-    EXPECT_EQ(platform.passes, 3);
-}
-
-TEST_F(Devices, camerasAreKnownByTheirSerialNumber) {
-    Attach(ptp, "", "C1");
-    Attach(ptp, Text(), "C0");
-    Attach(ptp, "", Text());
-    Attach(ptp, "", "");
-    Attach(ptp, "", "C1");
-    EXPECT_TRUE(Find(ptp));
-    EXPECT_EQ(map, (Map{{"C0", "ptp"}, {"C1", "ptp"}}));
-    const auto log = platform.TakeLog();
-    EXPECT_THAT(std::vector(log.begin() + 8, log.end()),
-                ElementsAre("I usblist.size === [5]", "I  serialNumber = [C1]\n",
-                            "I  serialNumber = [C0]\n", "I  serialNumber = [C1]\n",
-                            "I  exit m_GetDeciveList...\n"));
+TEST_F(Devices, camerasAreKnownByTheirSerialNumberAndOtherKindsNotAtAll) {
+    platform.devices[ptp].storages = {{{"", "1"}}, {{"", "0"}}, {{""}}, {{"", ""}}, {{"", "1"}}};
+    EXPECT_EQ(Find(ptp), "1 0=ptp 1=ptp");
     platform.devices[ptp].count = -1;
-    EXPECT_TRUE(Find(ptp));
-    EXPECT_THAT(map, IsEmpty());
-    for (const int result : {0, -1}) {
-        map = untouched;
-        platform.devices[ptp] = {result, {}, {}};
-        EXPECT_FALSE(Find(ptp));
-        EXPECT_THAT(map, IsEmpty());
-        EXPECT_EQ(platform.TakeLog().back(), "I PTP Storage Not is Exist\n");
-    }
+    EXPECT_EQ(Find(ptp), "1");
+    platform.devices[ptp] = {};
+    EXPECT_EQ(Find(ptp), "0");
+    EXPECT_THAT(Log(), EndsWith("|I PTP Storage Not is Exist~"));
+    EXPECT_EQ(Find(static_cast<zel_storage_device_type>(3)), "0 old=map");
+    EXPECT_THAT(Log(), EndsWith("|I  it is unknow device type exit m_GetStorageList...~"));
 }
 
-TEST_F(Devices, unknownKindsAreRefused) {
-    for (const int kind : {0, 3}) {
-        EXPECT_FALSE(Find(static_cast<zel_storage_device_type>(kind)));
-        EXPECT_EQ(platform.TakeLog().back(),
-                  "I  it is unknow device type exit m_GetStorageList...\n");
-    }
-    EXPECT_EQ(map, untouched);
-    Attach(usb, a);
-    platform.database = {{a, "A"}};
-    EXPECT_TRUE(engine->m_GetStorageList(map));
-    EXPECT_EQ(map, (Map{{"A", a}}));
-    EXPECT_EQ(platform.TakeLog().front(), "I [start to excute m_GetStorageList]...\n");
-}
-
-// A start with every device gone: the lines of a whole creation, in their order.
-TEST_F(Devices, startWithoutDevicesEmptiesTheCache) {
-    const std::string dev0 = MakeFolder("dev0");
-    Write(dev0 + "/a.jpg", "a");
-    Write(index, ItemRecord(dev0, dev0 + "/a.jpg", 1));
-    platform.devices[usb].result = -1;
+TEST_F(Devices, aStartLoadsTheIndexLearnsTheDevicesAndDropsWhatIsGone) {
+    Write("dev0/a.jpg", "a");
+    Write("index", FolderRecord("$/dev0", 1) + ItemRecord("$/dev0/a.jpg", 1));
+    platform.devices = {{usb, {0, {{{a}}}}}, {ptp, {0, {{{"", "C"}}}}}};
+    platform.database = {{"/c", "dev0"}, {a, "A"}};
     EXPECT_TRUE(engine->m_Create());
-    const std::vector<std::string> lines = platform.TakeLog();
-    const char* expected[] = {
-        "I start CZELThumbFlashCache::Create...\n",
-        "I start CZELThumbFlashCache::Create111...\n",
-        "I start usb_device_init...\n",
-        "I zel usb....\n",
-        "I end usb_device_init2222...\n",
-        "I m_ParseItem success###\n",
-        "I end m_LoadThumbFile...\n",
-        "I USB Storage Not is Exist\n",
-        "I PTP Storage Not is Exist\n",
-        "I m_GetDeciveList ptp fail###\n",
-        "I usbFlashMap size= [0],ptpFlashMap size= [0]\n",
-        "I m_RefreshThumbFile...\n",
-        "I m_GetDeciveList end###\n",
-        "I end FlashCache Create...\n",
-    };
-    auto line = lines.begin();
-    for (const char* next : expected) {
-        line = std::find(line, lines.end(), next);
-        ASSERT_NE(line, lines.end()) << next;
-    }
-    EXPECT_EQ(Read(index), "");
-    EXPECT_EQ(engine->m_CacheSize, 0);
+    EXPECT_EQ(Log(),
+              "I start CZELThumbFlashCache::Create...~|I start CZELThumbFlashCache::Create111...~"
+              "|I start usb_device_init...~|I zel usb....~|I end usb_device_init2222...~"
+              "|I m_ParseFolderItem ~|I id= dev0 ,path= $/dev0 ,devicetype=1"
+              "|I m_ParseFolderItem success###~"
+              "|I m_ParseItem ~|I path= $/dev0 ,URL= $/dev0/a.jpg ,size=1|I m_ParseItem success###~"
+              "|I end m_LoadThumbFile...~|I [start to excute m_GetDeciveList]...~"
+              "|I  zel_get_usb_list has return to zel_get_usb_list "
+              "|I zel_get_usb_storage_list device type = [1]"
+              "|I device[0] MountPath = /opt/storage/usb/a|I USB Storage is Exist~"
+              "|I m_GetStorageList storageListSize = 2 |I usblist.size === [1]"
+              "|I usbPath : [/opt/storage/usb/a], storagePath: [/c]~"
+              "|I usbPath : [/opt/storage/usb/a], storagePath: [/opt/storage/usb/a]~"
+              "|I storageID: A~|I  UsbScanning is Completed ~|I  exit m_GetStorageList...~"
+              "|I [start to excute m_GetDeciveList]...~"
+              "|I  zel_get_usb_list has return to zel_get_usb_list "
+              "|I zel_get_usb_storage_list device type = [2]|I device[0] MountPath = "
+              "|I usblist.size === [1]|I  serialNumber = [C]~|I  exit m_GetDeciveList...~"
+              "|I usbFlashMap size= [1],ptpFlashMap size= [1]~"
+              "|I m_ThumbFolderList get id = [dev0]~|I m_ThumbFolderList remove [$/dev0]~"
+              "|I m_RemoveDir [$/dev0] success###~"
+              "|I m_RefreshThumbFile...~|I m_GetDeciveList end###~|I end FlashCache Create...~");
+    ExpectLeft("");
+    platform.failingFilter = platform.passes + 1;
+    platform.devices.erase(ptp);
+    EXPECT_FALSE(engine->m_GetStorageList(engine->m_MountPathMap) || !engine->m_InitDeviceList());
+    EXPECT_THAT(Log(), testing::MatchesRegex(".*list .I m_GetStorageList device type = .1.*"
+                                             "create.I m_GetDeciveList usb fail###~.*"
+                                             "Exist~.I m_GetDeciveList ptp fail###~.I usb.*"));
 }
-
-}  // namespace

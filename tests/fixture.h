@@ -1,120 +1,148 @@
 // A directory of its own, a scripted platform and an engine for each test.
-#ifndef ZEL_TESTS_FIXTURE_H
-#define ZEL_TESTS_FIXTURE_H
+#pragma once
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <boost/algorithm/string/replace.hpp>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <future>
+#include <random>
 
 #include "fake_platform.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
-class TestEngine : public CZELThumbFlashCache {
-public:
-    using Item = CZELFlashCacheItem;
-    using Folder = CZELFlashCacheFolderItem;
+using testing::ElementsAre, testing::EndsWith, testing::HasSubstr;
+namespace fs = std::filesystem;
 
-    Item& AddItem(const std::string& path, const std::string& url, long size, int type = 0) {
-        m_ThumbItemList.emplace_back(new Item);
-        Item& item = *m_ThumbItemList.back();
-        item.Path = path, item.URL = url, item.Size = size, item.Devicetype = type;
-        m_CacheSize += static_cast<int>(size);
-        return item;
-    }
-    void AddFolder(const std::string& sid, const std::string& path, int type = 0) {
-        m_ThumbFolderList.emplace_back(new Folder);
-        Folder& folder = *m_ThumbFolderList.back();
-        folder.Sid = sid, folder.Path = path, folder.Devicetype = type;
-    }
-    long SumOfSizes() const {
-        long sum = 0;
-        for (const auto& item : m_ThumbItemList) {
-            sum += item->Size;
-        }
-        return sum;
-    }
-};
+// In the texts that the verbs take and give, "$" stands for the directory.
+struct CacheTest : testing::Test {
+    using Engine = CZELThumbFlashCache;
 
-class CacheTest : public testing::Test {
-protected:
     CacheTest() {
-        std::string name = testing::TempDir() + "zelXXXXXX";
-        root = mkdtemp(name.data());
-        index = root / "index";
+        std::generate(pixels.begin(), pixels.end(), std::mt19937());
         g_platform = &platform;
-        engine = std::make_unique<TestEngine>();
+        engine = std::make_unique<Engine>();
         engine->m_strCachePath = index;
+        EXPECT_EQ(Log(), "I constuct...");
     }
     ~CacheTest() override {
         engine.reset();
-        g_platform = nullptr;
-        std::filesystem::remove_all(root);
+        EXPECT_THAT(platform.live, testing::IsEmpty());
+        fs::remove_all(root);
     }
 
-    void Start() {
-        ASSERT_TRUE(engine->m_Create());
-        platform.TakeLog();
+    std::string Short(const std::string& text) const {
+        return boost::replace_all_copy(text, root, "$");
     }
-    void Restart() {
-        engine = std::make_unique<TestEngine>();
-        engine->m_strCachePath = index;
-        Start();
+    // The lines since the last call, joined by "|": the letter of the level, a blank and the body,
+    // in which "~" stands for a line feed.
+    std::string Log() {
+        const std::lock_guard<std::mutex> lock(platform.mutex);
+        return Short(std::exchange(platform.log, {}));
     }
-    std::string MakeFolder(const std::string& name) {
-        std::filesystem::create_directories(root / name);
-        return root / name;
+    std::string Read(const std::string& name = "index") const {
+        std::ifstream file(root + "/" + name, std::ios::binary);
+        return Short({std::istreambuf_iterator<char>(file), {}});
     }
-    // Saves a picture for a stick of that name; its content depends on the size only.
-    bool Save(const std::string& file, int xsize = 16, int ysize = 12, const char* url = usbUrl) {
-        return engine->SaveFlashFile(Pixels(xsize, ysize).data(), xsize, ysize, file.c_str(),
-                                     const_cast<char*>(url), nullptr);
+    std::string Write(const std::string& name, const std::string& text) const {
+        std::error_code ignored;  // another thread may remove the folder at any time
+        fs::create_directories(fs::path(root + "/" + name).parent_path(), ignored);
+        std::ofstream(root + "/" + name) << boost::replace_all_copy(text, "$/", root + "/");
+        return root + "/" + name;
     }
-    static std::vector<unsigned char> Pixels(int xsize, int ysize) {
-        std::vector<unsigned char> pixels(4UL * xsize * ysize);
-        for (std::size_t i = 0; i < pixels.size(); ++i) {
-            pixels[i] = static_cast<unsigned char>(i * i / 7 + i % 4 * 50);
-        }
-        return pixels;
-    }
-    static std::string Read(const std::filesystem::path& file) {
-        std::stringstream text;
-        text << std::ifstream(file, std::ios::binary).rdbuf();
-        return text.str();
-    }
-    static void Write(const std::filesystem::path& file, const std::string& text) {
-        std::ofstream(file, std::ios::binary) << text;
-    }
-    std::vector<std::string> Files() const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
-            if (!entry.is_directory()) {
-                names.push_back(entry.path().lexically_relative(root));
-            }
-        }
-        std::sort(names.begin(), names.end());
+    std::set<std::string> Files() const {
+        std::set<std::string> names;
+        for (const auto& entry : fs::recursive_directory_iterator(root))
+            if (!entry.is_directory())
+                names.insert(Short(entry.path()));
         return names;
     }
-    static std::string ItemRecord(const std::string& folder, const std::string& file, long size,
-                                  int type = 0) {
-        return "<Type=0,Path=\"" + folder + "\",URL=\"" + file + "\",Size=" + std::to_string(size) +
-               ",Devicetype=" + std::to_string(type) + ">\r\n";
+
+    // Saves a picture in a folder that is there afterwards.
+    bool Save(const std::string& name, std::string url = "/opt/storage/usb/sda1/a.png",
+              int xsize = 16, int ysize = 12) {
+        const std::string file = Write(name, "");
+        return engine->SaveFlashFile(pixels.data(), xsize, ysize, file.c_str(), url.data(), {});
     }
-    static std::string FolderRecord(const std::string& sid, const std::string& folder,
-                                    int type = 0) {
-        return "<Type=1,Sid=\"" + sid + "\",Path=\"" + folder +
+    // Thread N saves for the storage "sN"; it ends before its future is destroyed.
+    auto SaveOnThreads(int threads, int saves) {
+        std::vector<std::future<void>> savers;
+        for (int thread = 0; thread < threads; ++thread)
+            savers.push_back(std::async(std::launch::async, [=] {
+                const std::string name = "s" + std::to_string(thread);
+                for (int save = 0; save < saves; ++save)
+                    Save(name + "/" + std::to_string(save), "/opt/storage/usb/" + name + "/a");
+            }));
+        return savers;
+    }
+    static std::string ItemRecord(const std::string& file, long size, int type = 0) {
+        return "<Type=0,Path=\"" + fs::path(file).parent_path().string() + "\",URL=\"" + file +
+               "\",Size=" + std::to_string(size) + ",Devicetype=" + std::to_string(type) + ">\r\n";
+    }
+    static std::string FolderRecord(const std::string& folder, int type = 0) {
+        return "<Type=1,Sid=\"" + fs::path(folder).filename().string() + "\",Path=\"" + folder +
                "\",Devicetype=" + std::to_string(type) + ">\r\n";
     }
+    // Loads an index with that text into an empty cache and tells the content.
+    std::string Load(const std::string& text) {
+        Write("index", text);
+        engine->m_ResetState();
+        EXPECT_TRUE(engine->m_LoadThumbFile());
+        return Content(*engine);
+    }
 
-    static constexpr char usbUrl[] = "/opt/storage/usb/sda1/DCIM/a.png";
-    static constexpr char cameraUrl[] = "ptp://CAM7/0001";
+    // Runs what could do harm in a child whose root directory is the test's, where the same paths
+    // lead to places below it.
+    template <class Body>
+    void InJail(Body body) {
+        fs::create_directories(root + root);
+        const pid_t child = fork();
+        if (child == 0) {
+            if ((geteuid() != 0 && unshare(CLONE_NEWUSER) != 0) || chroot(root.c_str()) != 0)
+                _exit(2);
+            fs::current_path(root);
+            body();
+            _exit(HasFailure());
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        if (WIFEXITED(status) && WEXITSTATUS(status) == 2)
+            GTEST_SKIP() << "the root directory may not be changed";
+        EXPECT_EQ(status, 0);
+    }
 
+    // Both lists: the ids of the folders, then the files of the items, each with a blank before it.
+    std::string Content(const Engine& of) const {
+        std::string content;
+        for (const auto& folder : of.m_ThumbFolderList)
+            content += " " + folder->Sid;
+        for (const auto& item : of.m_ThumbItemList)
+            content += " " + item->URL;
+        return Short(content);
+    }
+    // The lists have that content, and the accounted size, the index and the files agree with them.
+    void ExpectLeft(const std::string& content) {
+        Engine loaded;
+        loaded.m_strCachePath = index;
+        EXPECT_TRUE(loaded.m_LoadThumbFile());
+        std::set<std::string> files = {"$/index"};
+        for (const auto& item : engine->m_ThumbItemList)
+            files.insert(Short(item->URL));
+        EXPECT_EQ(Content(*engine), content);
+        EXPECT_EQ(Content(loaded), content);
+        EXPECT_EQ(engine->m_CacheSize, loaded.m_CacheSize);
+        EXPECT_EQ(Files(), files);
+        Log();
+    }
+
+    const std::string root = mkdtemp((testing::TempDir() + "zelXXXXXX").data());
+    const std::string index = root + "/index";
+    std::vector<unsigned char> pixels = std::vector<unsigned char>(160 * 120 * 4);
     FakePlatform platform;
-    std::filesystem::path root;
-    std::filesystem::path index;
-    std::unique_ptr<TestEngine> engine;
+    std::unique_ptr<Engine> engine;
 };
-
-#endif

@@ -4,17 +4,13 @@
 
 #include "fixture.h"
 
-namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-
 // What the JPEG library itself makes of the pixels.
-std::string ReferenceJpeg(std::vector<unsigned char> pixels, int xsize, int ysize) {
+static std::string ReferenceJpeg(unsigned char* pixels, int xsize, int ysize) {
     jpeg_compress_struct codec{};
     jpeg_error_mgr errors;
-    unsigned char* bytes = nullptr;
-    unsigned long size = 0;
+    std::string image(1000000, '\0');
+    auto* bytes = reinterpret_cast<unsigned char*>(image.data());
+    unsigned long size = image.size();
     codec.err = jpeg_std_error(&errors);
     jpeg_create_compress(&codec);
     jpeg_mem_dest(&codec, &bytes, &size);
@@ -23,88 +19,58 @@ std::string ReferenceJpeg(std::vector<unsigned char> pixels, int xsize, int ysiz
     jpeg_set_defaults(&codec);
     jpeg_set_quality(&codec, 100, TRUE);
     jpeg_start_compress(&codec, TRUE);
-    for (int row = 0; row < ysize; ++row) {
-        JSAMPROW start = &pixels[4UL * row * xsize];
-        jpeg_write_scanlines(&codec, &start, 1);
-    }
+    for (; codec.next_scanline < codec.image_height; pixels += 4 * xsize)
+        jpeg_write_scanlines(&codec, &pixels, 1);
     jpeg_finish_compress(&codec);
     jpeg_destroy_compress(&codec);
-    const std::string text(bytes, bytes + size);
-    free(bytes);
-    return text;
+    return image.substr(0, size);
 }
 
-class Images : public CacheTest {
-protected:
-    bool Jpeg(int xsize, int ysize, const std::string& file, char* preset = nullptr) {
-        return engine->m_JpegSave(pixels.data(), preset, xsize, ysize, file.c_str());
+struct Images : CacheTest {
+    using Writer = decltype(&Engine::m_JpegSave);
+    static constexpr Writer jpeg = &Engine::m_JpegSave, bmp = &Engine::m_BmpSave;
+    bool Make(Writer writer, const std::string& path, int xsize, int ysize, char* preset = {}) {
+        return (*engine.*writer)(pixels.data(), preset, xsize, ysize, path.c_str());
     }
-    bool Bmp(int xsize, int ysize, const std::string& file, char* preset = nullptr) {
-        return engine->m_BmpSave(pixels.data(), preset, xsize, ysize, file.c_str());
-    }
-    std::vector<unsigned char> pixels = Pixels(20, 10);
-    std::string file = root / "a.img";
     std::string preset = "hello" + std::string(4091, '\0');
 };
 
 TEST_F(Images, jpegIsWhatTheJpegLibraryMakesAndReplacesTheOlderFile) {
-    for (const auto& [xsize, ysize] : {std::pair(20, 10), {1, 1}, {7, 9}}) {
-        ASSERT_TRUE(Jpeg(xsize, ysize, file));
-        EXPECT_EQ(Read(file), ReferenceJpeg(pixels, xsize, ysize)) << xsize;
+    for (const auto& [xsize, ysize] : {std::pair(160, 120), {1, 1}, {7, 9}}) {
+        ASSERT_TRUE(Make(jpeg, root + "/a", xsize, ysize));
+        EXPECT_EQ(Read("a"), ReferenceJpeg(pixels.data(), xsize, ysize)) << xsize;
     }
-    ASSERT_TRUE(Jpeg(20, 10, file, preset.data()));
-    EXPECT_EQ(Read(file), ReferenceJpeg(pixels, 20, 10) + preset);
-    EXPECT_THAT(platform.TakeLog(), testing::Contains("I m_JpegSave bufferPreset : [hello]###\n"));
-}
-
-TEST_F(Images, jpegThatCannotBeMadeLeavesNoFileAndOneLine) {
-    platform.TakeLog();
-    for (const auto& [xsize, ysize] :
-         {std::pair(0, 10), {10, 0}, {-1, 10}, {10, -1}, {65501, 1}, {1, 65501}}) {
-        EXPECT_FALSE(Jpeg(xsize, ysize, file));
-        EXPECT_THAT(platform.TakeLog(), ElementsAre(HasSubstr("] failed: "))) << xsize;
-    }
-    EXPECT_FALSE(Jpeg(2, 2, root / "none/a"));
-    EXPECT_THAT(platform.TakeLog(),
-                ElementsAre("I can't open filename[" + root.string() + "/none/a] errno=2\n"));
-    std::filesystem::create_symlink("begun", root / "link");
-    EXPECT_FALSE(Jpeg(0, 0, root / "link"));
-    EXPECT_THAT(Files(), ElementsAre("link"));
-}
-
-TEST_F(Images, jpegOnAFullDeviceFailsAndLeavesTheDevice) {
-    EXPECT_FALSE(Jpeg(20, 10, "/dev/full"));
-    EXPECT_TRUE(std::filesystem::exists("/dev/full"));
+    ASSERT_TRUE(Make(jpeg, root + "/a", 20, 10, preset.data()));
+    EXPECT_EQ(Read("a"), ReferenceJpeg(pixels.data(), 20, 10) + preset);
+    EXPECT_EQ(Log(), "I m_JpegSave bufferPreset : [hello]###~");
 }
 
 TEST_F(Images, bmpHoldsTheRowsFromTheBottomUp) {
-    ASSERT_TRUE(Bmp(2, 2, file, preset.data()));
-    std::string expected("BM\x46\0\0\0\0\0\0\0\x36\0\0\0\x28\0\0\0\x02\0\0\0\x02\0\0\0\x01\0\x20",
-                         29);
-    expected.resize(54);
-    expected.append(&pixels[8], &pixels[16]).append(&pixels[0], &pixels[8]).append(preset);
-    EXPECT_EQ(Read(file), expected);
-    ASSERT_TRUE(Bmp(2, 0, file));
-    EXPECT_EQ(Read(file).size(), 54U);
-    ASSERT_TRUE(Bmp(-3, 2, file));
-    EXPECT_EQ(Read(file).size(), 54U);
+    const char head[] = "BM\x46\0\0\0\0\0\0\0\x36\0\0\0\x28\0\0\0\x02\0\0\0\x02\0\0\0\x01\0\x20";
+    const std::string header = std::string(head, sizeof head) + std::string(24, '\0');
+    const std::string rows(&pixels[0], &pixels[16]);
+    ASSERT_TRUE(Make(bmp, root + "/a", 2, 2, preset.data()));
+    EXPECT_EQ(Read("a"), header + rows.substr(8) + rows.substr(0, 8) + preset);
+    ASSERT_TRUE(Make(bmp, root + "/a", -3, 2));
+    EXPECT_EQ(Read("a").size(), 54U);
 }
 
-TEST_F(Images, bmpThatCannotBeMadeSaysWhy) {
-    const std::string none = root / "none";
-    const std::pair<std::string, std::string> cases[] = {
-        {"a.bmp", "I can not find / in path:a.bmp"},
-        {"/a.bmp", "I fail to access dir path:"},
-        {none + "/a.bmp", "I fail to access dir path:" + none},
-        {root, "I fopen fail"},
-        {"/dev/full", "I fwrite error"},
+TEST_F(Images, imageThatCannotBeMadeLeavesNoFileAndOneLine) {
+    const std::tuple<Writer, std::string, int, const char*> cases[] = {
+        {jpeg, root + "/a", 0, "I m_JpegSave [$/a] failed: Empty JPEG image (DNL not supported)~"},
+        {jpeg, root + "/none/a", 2, "I can't open filename[$/none/a] errno=2~"},
+        {bmp, "a.bmp", 2, "I can not find / in path:a.bmp"},
+        {bmp, root + "/none/a", 2, "I fail to access dir path:$/none"},
+        {bmp, root, 2, "I fopen fail"},
+        {bmp, "/dev/full", 2, "I fwrite error"},
     };
-    platform.TakeLog();
-    for (const auto& [path, line] : cases) {
-        EXPECT_FALSE(Bmp(2, 2, path));
-        EXPECT_THAT(platform.TakeLog(), ElementsAre(line));
+    for (const auto& [writer, path, xsize, line] : cases) {
+        EXPECT_FALSE(Make(writer, path, xsize, 2));
+        EXPECT_EQ(Log(), line);
     }
-    EXPECT_THAT(Files(), ElementsAre());
+    EXPECT_FALSE(Make(jpeg, "/dev/full", 20, 10));
+    EXPECT_TRUE(fs::exists("/dev/full"));
+    fs::create_symlink("begun", root + "/link");
+    EXPECT_FALSE(Make(jpeg, root + "/link", 65501, 2));
+    EXPECT_THAT(Files(), ElementsAre("$/link"));  // what it leads to is gone
 }
-
-}  // namespace

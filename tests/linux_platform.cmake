@@ -3,8 +3,7 @@
 pkg_check_modules(UMOCKDEV REQUIRED IMPORTED_TARGET umockdev-1.0)
 find_library(UMOCKDEV_PRELOAD_LIBRARY NAMES umockdev-preload libumockdev-preload.so.0 REQUIRED)
 
-add_executable(linux-platform-test ${CMAKE_CURRENT_LIST_DIR}/linux_platform_test.cpp
-                                   ${CMAKE_CURRENT_LIST_DIR}/linux_log_test.cpp)
+add_executable(linux-platform-test linux_platform_test.cpp)
 target_link_options(linux-platform-test BEFORE PRIVATE LINKER:--no-as-needed)
 target_link_libraries(linux-platform-test PRIVATE
                       ${UMOCKDEV_PRELOAD_LIBRARY} zel-platform-log zel-platform-media-content

@@ -1,184 +1,98 @@
-#include <thread>
-
 #include "fixture.h"
 
-namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
 using Map = std::map<std::string, std::string>;
 
 // A cache of folders "dev0", "dev1" and "cam", each with one thumbnail file of 10 bytes.
-class Removal : public CacheTest {
-protected:
+struct Removal : CacheTest {
     Removal() {
-        for (const char* name : {"dev0", "dev1", "cam"}) {
-            const std::string folder = MakeFolder(name);
-            Write(folder + "/a.jpg", "0123456789");
-            engine->AddFolder(name, folder);
-            engine->AddItem(folder, folder + "/a.jpg", 10);
-        }
-        EXPECT_TRUE(engine->m_RefreshThumbFile());
-        platform.TakeLog();
-    }
-    bool Judge(Map usb, Map ptp) { return engine->m_DelUnvalidData(usb, ptp); }
-    // Lists, accounted size, index and directories say the same.
-    void ExpectLeft(const std::vector<std::string>& names) {
-        std::vector<std::string> files;
         std::string records;
-        for (const std::string& name : names) {
-            files.push_back(name + "/a.jpg");
-            records += FolderRecord(name, root / name);
+        for (const std::string name : {"dev0", "dev1", "cam"}) {
+            Write(name + "/a.jpg", "0123456789");
+            records += FolderRecord("$/" + name) + ItemRecord("$/" + name + "/a.jpg", 10);
         }
-        for (const std::string& name : names) {
-            records += ItemRecord(root / name, root / name / "a.jpg", 10);
-        }
-        std::sort(files.begin(), files.end());
-        files.push_back("index");
-        EXPECT_EQ(Files(), files);
-        EXPECT_EQ(Read(index), records);
-        EXPECT_THAT(engine->m_ThumbFolderList, SizeIs(names.size()));
-        EXPECT_THAT(engine->m_ThumbItemList, SizeIs(names.size()));
-        EXPECT_EQ(engine->m_CacheSize, 10L * names.size());
+        EXPECT_EQ(Load(records), all);
+        Log();
     }
-    void SendEvent(int event, Text mountPath) {
-        FakePlatform::Attached attached{std::move(mountPath), {}};
-        auto* storage = reinterpret_cast<_zel_storage_s*>(&attached);
-        CZELThumbFlashCache::s_ZELUSBConnctedCallback(
-            engine.get(), static_cast<zel_storage_event_e>(event), storage);
+    void Judge(Map usb, Map ptp) { EXPECT_TRUE(engine->m_DelUnvalidData(usb, ptp)); }
+    void SendEvent(int event, const char* mountPath) {
+        _zel_storage_s attached{mountPath}, *storage = &attached;
+        Engine::s_ZELUSBConnctedCallback(engine.get(), static_cast<zel_storage_event_e>(event),
+                                         storage);
     }
+    const std::string all = " dev0 dev1 cam $/dev0/a.jpg $/dev1/a.jpg $/cam/a.jpg";
 };
 
 TEST_F(Removal, foldersOfKnownDevicesStayWhateverTheirKind) {
-    EXPECT_TRUE(Judge({{"cam", "/m"}, {"dev0", "/m"}}, {{"dev1", "ptp"}}));
-    ExpectLeft({"dev0", "dev1", "cam"});
-    EXPECT_THAT(platform.TakeLog(), ElementsAre("I usbFlashMap size= [2],ptpFlashMap size= [1]\n",
-                                                "I m_ThumbFolderList get id = [dev0]\n",
-                                                "I m_ThumbFolderList get id = [dev1]\n",
-                                                "I m_ThumbFolderList get id = [cam]\n"));
-    EXPECT_TRUE(Judge({{"dev1", "/m"}}, {}));
-    ExpectLeft({"dev1"});
-    EXPECT_THAT(
-        platform.TakeLog(),
-        ElementsAre("I usbFlashMap size= [1],ptpFlashMap size= [0]\n",
-                    "I m_ThumbFolderList get id = [dev0]\n",
-                    "I m_ThumbFolderList remove [" + (root / "dev0").string() + "]\n",
-                    "I m_RemoveDir [" + (root / "dev0").string() + "] success###\n",
-                    "I m_ThumbFolderList get id = [dev1]\n", "I m_ThumbFolderList get id = [cam]\n",
-                    "I m_ThumbFolderList remove [" + (root / "cam").string() + "]\n",
-                    "I m_RemoveDir [" + (root / "cam").string() + "] success###\n",
-                    "I m_RefreshThumbFile...\n"));
+    Judge({{"cam", "/m"}, {"dev0", "/m"}}, {{"dev1", "ptp"}});
+    EXPECT_THAT(Log(), EndsWith("[2],ptpFlashMap size= [1]~|I m_ThumbFolderList get id = [dev0]~"
+                                "|I m_ThumbFolderList get id = [dev1]~"
+                                "|I m_ThumbFolderList get id = [cam]~"));
+    ExpectLeft(all);
+    Judge({}, {{"dev1", "ptp"}, {"cam", "ptp"}});
+    ExpectLeft(" dev1 cam $/dev1/a.jpg $/cam/a.jpg");
+    fs::remove_all(root + "/dev1");
+    Judge({{"cam", "/m"}}, {});  // a folder whose directory cannot be removed goes all the same
+    ExpectLeft(" cam $/cam/a.jpg");
 }
 
 TEST_F(Removal, withoutAnyDeviceEverythingGoesAlsoWhatHasNoFolder) {
-    engine->AddItem("/elsewhere", "/elsewhere/a", 5);
-    engine->AddFolder("x", "");
-    EXPECT_TRUE(Judge({}, {}));
-    ExpectLeft({});
-    EXPECT_THAT(platform.TakeLog(), testing::Contains("I in m_RemoveDir strDir empty...\n"));
-    std::filesystem::remove(index);
-    EXPECT_TRUE(Judge({}, {}));  // written also when there is nothing to remove
-    ExpectLeft({});
+    engine->m_ThumbFolderList.back()->Path = engine->m_ThumbItemList.back()->Path = "";
+    fs::remove_all(root + "/cam");
+    Judge({}, {});
+    EXPECT_EQ(Log(),
+              "I usbFlashMap size= [0],ptpFlashMap size= [0]~|I m_ThumbFolderList remove [$/dev0]~"
+              "|I m_RemoveDir [$/dev0] success###~|I m_ThumbFolderList remove [$/dev1]~"
+              "|I m_RemoveDir [$/dev1] success###~|I m_ThumbFolderList remove []~"
+              "|I in m_RemoveDir strDir empty...~|I m_RefreshThumbFile...~");
+    fs::remove(index);
+    Judge({}, {});  // written also when there is nothing to remove
+    ExpectLeft("");
 }
 
 TEST_F(Removal, aStaleFolderWithoutPathTakesNothingWithIt) {
-    Write(index, "as it was");
-    engine->AddFolder("x", "");
-    engine->AddItem("/elsewhere", "/elsewhere/a", 5);
-    EXPECT_TRUE(Judge({{"dev0", ""}, {"dev1", ""}, {"cam", ""}}, {}));
-    EXPECT_THAT(engine->m_ThumbFolderList, SizeIs(3));
-    EXPECT_THAT(engine->m_ThumbItemList, SizeIs(4));
-    EXPECT_EQ(Read(index), "as it was");
-}
-
-TEST_F(Removal, foldersWhoseDirectoryCannotBeRemovedGoAllTheSame) {
-    std::filesystem::remove_all(root / "cam");
-    engine->AddFolder("root", "/");
-    EXPECT_TRUE(Judge({{"dev0", ""}, {"dev1", ""}}, {}));
-    ExpectLeft({"dev0", "dev1"});
+    engine->m_ThumbFolderList.back()->Path = engine->m_ThumbItemList.back()->Path = "";
+    Write("index", "as it was");
+    Judge({{"dev0", ""}, {"dev1", ""}}, {});
+    EXPECT_EQ(Content(*engine), " dev0 dev1 $/dev0/a.jpg $/dev1/a.jpg $/cam/a.jpg");
+    EXPECT_EQ(Read(), "as it was");
 }
 
 TEST_F(Removal, aPulledStorageTakesItsFolderOnly) {
-    Start();  // no device is known: everything goes
-    ASSERT_TRUE(Save(MakeFolder("dev0") + "/a.jpg"));
-    ASSERT_TRUE(Save(MakeFolder("cam") + "/a.jpg", 16, 12, cameraUrl));
-    platform.TakeLog();
-    SendEvent(1, "/opt/storage/usb/sda1");
-    EXPECT_THAT(platform.TakeLog(), ElementsAre("I s_USBConnctedCallback...\n",
-                                                "I s_ZELUSBConnctedCallback event is [1]\n"));
-    SendEvent(2, "/opt/storage/usb/sda");  // another storage
-    SendEvent(2, "");
-    SendEvent(2, Text());
-    EXPECT_THAT(engine->m_MountPathMap, SizeIs(1));
-    platform.TakeLog();
-    SendEvent(2, "/opt/storage/usb/sda1");
-    EXPECT_THAT(
-        platform.TakeLog(),
-        ElementsAre("I s_USBConnctedCallback...\n", "I s_ZELUSBConnctedCallback event is [2]\n",
-                    "I device MountPath = [/opt/storage/usb/sda1]###",
-                    "I m_RemoveDir [" + (root / "dev0").string() + "] success###\n",
-                    "I m_RefreshThumbFile...\n"));
-    EXPECT_THAT(engine->m_MountPathMap, IsEmpty());
-    EXPECT_THAT(Files(), ElementsAre("cam/a.jpg", "index"));
-    EXPECT_EQ(engine->m_CacheSize, engine->SumOfSizes());
-    SendEvent(2, "/opt/storage/usb/sda1");
-    EXPECT_EQ(platform.TakeLog().back(), "I m_MountPathMap.size() <= 0###\n");
+    engine->m_MountPathMap = {{"dev0", "/m"}, {"dev1", ""}};
+    SendEvent(1, "/m");
+    for (const char* other : {"/", "/m/", "", static_cast<const char*>(nullptr)})
+        SendEvent(2, other);
+    ExpectLeft(all);
+    SendEvent(2, "/m");
+    EXPECT_EQ(Log(),
+              "I s_USBConnctedCallback...~|I s_ZELUSBConnctedCallback event is [2]~"
+              "|I device MountPath = [/m]###|I m_RemoveDir [$/dev0] success###~"
+              "|I m_RefreshThumbFile...~");
+    EXPECT_EQ(engine->m_MountPathMap, (Map{{"dev1", ""}}));
+    ExpectLeft(" dev1 cam $/dev1/a.jpg $/cam/a.jpg");
     _zel_storage_s* none = nullptr;
-    CZELThumbFlashCache::s_ZELUSBConnctedCallback(nullptr, ZEL_STORAGE_EVENT_REMOVED, none);
-    EXPECT_EQ(platform.TakeLog().back(), "I s_ZELUSBConnctedCallback error\n");
+    Engine::s_ZELUSBConnctedCallback(nullptr, ZEL_STORAGE_EVENT_REMOVED, none);
+    EXPECT_EQ(Log(), "I s_USBConnctedCallback...~|I s_ZELUSBConnctedCallback error~");
 }
 
 TEST_F(Removal, ofTwoStoragesAtOnePathTheFirstByIdGoes) {
     engine->m_MountPathMap = {{"dev1", "/m"}, {"dev0", "/m"}, {"ghost", "/g"}};
     EXPECT_TRUE(engine->m_RemoveStorage("/m"));
-    ExpectLeft({"dev1", "cam"});
+    ExpectLeft(" dev1 cam $/dev1/a.jpg $/cam/a.jpg");
     EXPECT_TRUE(engine->m_RemoveStorage("/m"));
-    ExpectLeft({"cam"});
-    platform.TakeLog();
-    EXPECT_TRUE(engine->m_RemoveStorage("/g"));  // known, but without a folder
-    EXPECT_THAT(platform.TakeLog(), IsEmpty());
-    EXPECT_FALSE(engine->m_RemoveStorage("/g"));
+    ExpectLeft(" cam $/cam/a.jpg");
+    EXPECT_TRUE(engine->m_RemoveStorage("/g"));   // known, but without a folder
+    EXPECT_FALSE(engine->m_RemoveStorage("/g"));  // none is left
+    EXPECT_EQ(Log(), "I m_MountPathMap.size() <= 0###~");
 }
 
 TEST_F(Removal, storagesComeAndGoWhileFourThreadsSaveAndTheEngineStarts) {
     ASSERT_TRUE(engine->Create(index.c_str()));
-    std::vector<std::thread> threads;
-    std::atomic<int> saving{4};
-    for (int thread = 0; thread < 4; ++thread) {
-        const std::string name = "s" + std::to_string(thread);
-        threads.emplace_back([this, &saving, name] {
-            const std::string url = "/opt/storage/usb/" + name + "/a.png";
-            for (int save = 0; save < 50; ++save) {
-                std::error_code ignored;  // the folder may go at any time
-                std::filesystem::create_directories(root / name, ignored);
-                Save(root / name / (std::to_string(save) + ".jpg"), 16, 12, url.c_str());
-            }
-            --saving;
-        });
+    for (auto savers = SaveOnThreads(4, 50); !savers.empty();) {
+        if (savers.back().wait_for(std::chrono::seconds(0)) == std::future_status::ready)
+            savers.pop_back();
+        for (const char* path : {"s0", "s1", "s2", "s3"})
+            SendEvent(2, (std::string("/opt/storage/usb/") + path).c_str());
     }
-    threads.emplace_back([&] {
-        for (int round = 0; saving > 0; ++round) {
-            SendEvent(2, "/opt/storage/usb/s" + std::to_string(round % 4));
-            std::this_thread::yield();
-        }
-    });
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(engine->m_CacheSize, engine->SumOfSizes());
-    std::vector<std::string> files = {"index"};
-    for (const auto& item : engine->m_ThumbItemList) {
-        files.push_back(std::filesystem::path(item->URL).lexically_relative(root));
-    }
-    EXPECT_THAT(Files(), testing::UnorderedElementsAreArray(files));
-    const auto items = engine->m_ThumbItemList.size();
-    const auto folders = engine->m_ThumbFolderList.size();
-    engine->m_ThumbItemList.clear();
-    engine->m_ThumbFolderList.clear();
-    EXPECT_TRUE(engine->m_LoadThumbFile());
-    EXPECT_THAT(engine->m_ThumbItemList, SizeIs(items));
-    EXPECT_THAT(engine->m_ThumbFolderList, SizeIs(folders));
+    ExpectLeft(Content(*engine));
 }
-
-}  // namespace

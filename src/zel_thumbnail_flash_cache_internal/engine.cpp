@@ -27,7 +27,7 @@ bool CZELThumbFlashCache::Create(const char* strCachePath) {
     }
     boost::thread worker;
     try {
-        m_strCachePath = strCachePath;
+        m_SetCachePath(strCachePath);
         ZEL_LOG_INFO("start CZELThumbFlashCache::Create()");
         {
             const std::lock_guard<std::mutex> lock(m_WorkerMutex);
@@ -48,8 +48,27 @@ bool CZELThumbFlashCache::Create(const char* strCachePath) {
     return true;
 }
 
+void CZELThumbFlashCache::m_SetCachePath(std::string strCachePath) {
+    if (g_mutex_trylock(&m_Mutex)) {
+        m_strCachePath.swap(strCachePath);
+        g_mutex_unlock(&m_Mutex);
+        return;
+    }
+    // Somebody works with the earlier path, perhaps for seconds: the worker takes the new one over.
+    const std::lock_guard<std::mutex> lock(m_WorkerMutex);
+    m_strNextCachePath.swap(strCachePath);
+}
+
+void CZELThumbFlashCache::m_TakeNextCachePath() {
+    const std::lock_guard<std::mutex> lock(m_WorkerMutex);
+    if (!m_strNextCachePath.empty()) {
+        m_strCachePath.swap(m_strNextCachePath);
+        m_strNextCachePath.clear();
+    }
+}
+
 void CZELThumbFlashCache::m_RunCreate() {
-    m_Create();
+    std::ignore = m_Create();  // FlagCreate() tells
     m_FinishWorker();
 }
 
@@ -69,6 +88,7 @@ bool CZELThumbFlashCache::m_Create() {
     ZEL_LOG_INFO("start CZELThumbFlashCache::Create...\n");
     {
         const CZELMutexGuard guard(m_Mutex);
+        m_TakeNextCachePath();
         if (m_bIsCreated) {
             ZEL_LOG_INFO("Create m_bIsCreated is true###\n");
             return true;
@@ -88,7 +108,8 @@ bool CZELThumbFlashCache::m_Create() {
             ZEL_LOG_INFO("end m_LoadThumbFile...\n");
             std::ignore = m_InitDeviceList();
         } catch (const std::exception& error) {
-            // With a part of the index or of the devices, the next rewrite would lose the rest.
+            // What was read stops anywhere then, and so do the known devices: working on would
+            // throw away the data of devices that are there.
             ZEL_LOG_WARN("creation failed: %s", error.what());
             m_ResetState();
             std::ignore = media_content_disconnect();  // nothing depends on it any more

@@ -13,16 +13,17 @@ CZELFileDescriptor& CZELFileDescriptor::operator=(CZELFileDescriptor&& other) no
     return *this;
 }
 
-bool CZELFileDescriptor::WriteAll(std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(m_Descriptor, text.data(), text.size());
-        if (written > 0) {
-            text.remove_prefix(static_cast<std::size_t>(written));
-        } else if (written == 0 || errno != EINTR) {
-            return false;
+std::size_t CZELFileDescriptor::Write(std::string_view text) {
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t count = write(m_Descriptor, text.data() + written, text.size() - written);
+        if (count > 0) {
+            written += static_cast<std::size_t>(count);
+        } else if (count == 0 || errno != EINTR) {
+            break;
         }
     }
-    return true;
+    return written;
 }
 
 std::size_t CZELFileDescriptor::ReadUpTo(char* buffer, std::size_t size) {

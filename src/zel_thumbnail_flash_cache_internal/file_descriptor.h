@@ -7,13 +7,14 @@
 
 #include <cstddef>
 #include <string_view>
+#include <tuple>
 
 class CZELFileDescriptor {
 public:
     CZELFileDescriptor() = default;
     /** Takes over a descriptor; a negative one is none. */
     explicit CZELFileDescriptor(int descriptor) : m_Descriptor(descriptor) {}
-    ~CZELFileDescriptor() { Close(); }
+    ~CZELFileDescriptor() { std::ignore = Close(); }  // who cares for the result has closed it
 
     CZELFileDescriptor(CZELFileDescriptor&& other) noexcept;
     CZELFileDescriptor& operator=(CZELFileDescriptor&& other) noexcept;
@@ -21,8 +22,8 @@ public:
     bool IsOpen() const { return m_Descriptor >= 0; }
     int Get() const { return m_Descriptor; }
 
-    /** Writes the whole text; false, with errno set, when a part of it could not be written. */
-    bool WriteAll(std::string_view text);
+    /** Writes a text; the bytes written, fewer than its length when the device is full or fails. */
+    std::size_t Write(std::string_view text);
 
     /** Reads until the buffer of that many bytes is full or nothing more comes; the bytes read. */
     std::size_t ReadUpTo(char* buffer, std::size_t size);

@@ -2,37 +2,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <exception>
-#include <filesystem>
-#include <system_error>
 #include <tuple>
 
 #include "log.h"
+#include "tree_removal.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
 namespace {
 
 constexpr mode_t newDirectoryMode = 0777;
-
-// Removes what stands at a path: a tree without following links, a file, or a link itself. Refuses
-// the root, "." and "..", and with them every path that leads to the root by its own text.
-bool RemoveTree(const std::string& path) try {
-    const std::size_t last = path.find_last_not_of('/');
-    if (last == std::string::npos || std::strlen(path.c_str()) != path.size()) {
-        return false;
-    }
-    // Without its trailing "/", which would make a link the directory that it leads to.
-    const std::filesystem::path target = path.substr(0, last + 1);
-    if (target.filename() == "." || target.filename() == "..") {
-        return false;
-    }
-    std::error_code error;
-    std::filesystem::remove_all(target, error);
-    return !error;
-} catch (const std::exception&) {
-    return false;
-}
 
 }  // namespace
 

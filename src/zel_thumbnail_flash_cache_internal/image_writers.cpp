@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@ namespace {
 constexpr std::size_t presetSize = 4096;
 constexpr std::size_t bytesPerPixel = 4;
 constexpr int jpegQuality = 100;
+constexpr mode_t newFileMode = 0666;
 
 struct JpegErrorManager {
     jpeg_error_mgr base;  // first, so that the library's pointer to it is a pointer to the whole
@@ -43,9 +45,10 @@ static void DiscardJpegMessage(j_common_ptr) {}
 }
 
 // Encodes a picture into a file and flushes it. On failure the reason is in errors.message. An
-// error of the library jumps back here, past everything below: nothing in it has a destructor.
-bool EncodeJpeg(JpegErrorManager& errors, unsigned char* buffer, int xsize, int ysize, FILE* file) {
-    jpeg_compress_struct codec{};
+// error of the library jumps back here, past everything below: it has no destructor and changes
+// nothing that is used afterwards but through the references.
+bool EncodeJpeg(jpeg_compress_struct& codec, JpegErrorManager& errors, unsigned char* buffer,
+                int xsize, int ysize, FILE* file) {
     codec.err = jpeg_std_error(&errors.base);
     errors.base.error_exit = RecoverFromJpegError;
     errors.base.output_message = DiscardJpegMessage;
@@ -65,20 +68,18 @@ bool EncodeJpeg(JpegErrorManager& errors, unsigned char* buffer, int xsize, int 
     const std::size_t stride = bytesPerPixel * codec.image_width;
     while (codec.next_scanline < codec.image_height) {
         JSAMPROW row = buffer + codec.next_scanline * stride;
-        jpeg_write_scanlines(&codec, &row, 1);
+        std::ignore = jpeg_write_scanlines(&codec, &row, 1);  // a file takes every row, or fails
     }
     jpeg_finish_compress(&codec);
     jpeg_destroy_compress(&codec);
     return true;
 }
 
-// Closes a file that could not be completed and removes it. Only a regular file goes, never a
-// device node; behind a link it is the file that was begun, not the link.
-void AbandonFile(FILE* file, const char* filename) {
+// Removes a file that was begun and cannot be completed. Only a regular file goes, never a device
+// node; behind a link it is the file that was begun, not the link.
+void RemoveBegunFile(int descriptor, const char* filename) {
     struct stat status {};
-    const bool bRegular = fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode);
-    std::ignore = std::fclose(file);  // its content is lost already
-    if (bRegular) {
+    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
         const std::unique_ptr<char, decltype(&std::free)> target(realpath(filename, nullptr),
                                                                  &std::free);
         // A file that cannot be removed stays; the caller has learnt that it is of no use.
@@ -86,8 +87,23 @@ void AbandonFile(FILE* file, const char* filename) {
     }
 }
 
-// Ends an image file: the preset block, if there is one, and the close. What a full disk cuts off
-// here goes unnoticed, as the image itself is whole.
+// Opens a file for writing, new or emptied; null with errno set on failure.
+FILE* OpenImage(const char* filename) {
+    // Without O_NONBLOCK a named pipe that nobody reads would stop every save here.
+    const int descriptor =
+        open(filename, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, newFileMode);
+    FILE* file = descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
+    if (file == nullptr && descriptor >= 0) {
+        const int error = errno;
+        RemoveBegunFile(descriptor, filename);
+        std::ignore = close(descriptor);  // nothing was written
+        errno = error;
+    }
+    return file;
+}
+
+// Ends an image file: the preset block, if there is one, and the close. What a full device cuts off
+// here goes unnoticed; it shows in the size of the file.
 void FinishFile(FILE* file, const char* bufferPreset) {
     if (bufferPreset != nullptr) {
         std::ignore = std::fwrite(bufferPreset, 1, presetSize, file);
@@ -127,15 +143,18 @@ bool CZELThumbFlashCache::m_SaveThumb(unsigned char* buffer, char* bufferPreset,
 
 bool CZELThumbFlashCache::m_JpegSave(unsigned char* buffer, char* bufferPreset, int xsize,
                                      int ysize, const char* filename) {
-    FILE* file = std::fopen(filename, "wbe");
+    FILE* file = OpenImage(filename);
     if (file == nullptr) {
-        ZEL_LOG_INFO("can't open filename[%s] errno=%d\n", filename, errno);
+        ZEL_LOG_INFO("can't open filename[%s] errno=%d\n", filename == nullptr ? "" : filename,
+                     errno);
         return false;
     }
+    jpeg_compress_struct codec{};
     JpegErrorManager errors{};
-    if (!EncodeJpeg(errors, buffer, xsize, ysize, file)) {
+    if (!EncodeJpeg(codec, errors, buffer, xsize, ysize, file)) {
         ZEL_LOG_INFO("m_JpegSave [%s] failed: %s\n", filename, errors.message);
-        AbandonFile(file, filename);
+        RemoveBegunFile(fileno(file), filename);
+        std::ignore = std::fclose(file);  // its content is lost already
         return false;
     }
     if (bufferPreset != nullptr) {
@@ -148,9 +167,9 @@ bool CZELThumbFlashCache::m_JpegSave(unsigned char* buffer, char* bufferPreset, 
 bool CZELThumbFlashCache::m_BmpSave(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
                                     const char* filename) try {
     const BmpHeader header = MakeBmpHeader(xsize, ysize);
-    const char* slash = std::strrchr(filename, '/');
+    const char* slash = filename == nullptr ? nullptr : std::strrchr(filename, '/');
     if (slash == nullptr) {
-        ZEL_LOG_INFO("can not find / in path:%s", filename);
+        ZEL_LOG_INFO("can not find / in path:%s", filename == nullptr ? "" : filename);
         return false;
     }
     const std::string directory(filename, slash);
@@ -158,7 +177,7 @@ bool CZELThumbFlashCache::m_BmpSave(unsigned char* buffer, char* bufferPreset, i
         ZEL_LOG_INFO("fail to access dir path:%s", directory.c_str());
         return false;
     }
-    FILE* file = std::fopen(filename, "wbe");
+    FILE* file = OpenImage(filename);
     if (file == nullptr) {
         ZEL_LOG_INFO("fopen fail");
         return false;
@@ -171,7 +190,7 @@ bool CZELThumbFlashCache::m_BmpSave(unsigned char* buffer, char* bufferPreset, i
         return false;
     }
     const std::size_t stride = xsize > 0 ? bytesPerPixel * static_cast<std::size_t>(xsize) : 0;
-    for (int row = ysize - 1; row >= 0; --row) {
+    for (int row = stride == 0 ? -1 : ysize - 1; row >= 0; --row) {
         // A row that a full disk cuts short shows in the size of the file.
         std::ignore = std::fwrite(buffer + static_cast<std::size_t>(row) * stride, 1, stride, file);
     }

@@ -20,13 +20,13 @@ void CZELThumbFlashCache::m_ReserveSpace(long size) {
     ZEL_LOG_INFO("m = [%ld]\n", m);
     while (m > 0 && !m_ThumbItemList.empty()) {
         ZEL_LOG_INFO("m 11= [%ld]\n", m);
-        const boost::intrusive_ptr<CZELFlashCacheItem> oldest = m_ThumbItemList.front();
-        m = WrappingSubtract(m, oldest->Size);
+        const CZELFlashCacheItem& oldest = *m_ThumbItemList.front();
+        m = WrappingSubtract(m, oldest.Size);
         ZEL_LOG_INFO("m 22= [%ld]\n", m);
-        m_CacheSize = WrappingSubtract(m_CacheSize, oldest->Size);
+        // A file that stays is logged there; the item goes either way.
+        std::ignore = m_DeleteItem(m_ThumbItemList.front());
+        m_CacheSize = WrappingSubtract(m_CacheSize, oldest.Size);
         m_ThumbItemList.pop_front();
-        // A file that stays is logged there; the item is gone either way.
-        std::ignore = m_DeleteItem(oldest);
     }
     // A failure is logged there; the old index then names more thumbnails than there are.
     std::ignore = m_RefreshThumbFile();
@@ -52,7 +52,8 @@ bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> 
         m_ThumbFolderList.begin(), m_ThumbFolderList.end(),
         [&](const auto& folder) { return folder->Sid == strId && folder->Path == strFolder; });
     if (!bKnownFolder) {
-        newFolder.emplace_back(new CZELFlashCacheFolderItem);
+        newFolder.push_back(
+            boost::intrusive_ptr<CZELFlashCacheFolderItem>(new CZELFlashCacheFolderItem));
         newFolder.front()->Sid = std::move(strId);
         newFolder.front()->Path = strFolder;
         newFolder.front()->Devicetype = pThumbItem->Devicetype;

@@ -14,6 +14,7 @@ namespace {
 
 constexpr char usbMarker[] = "/opt/storage/usb";
 constexpr int maxPasses = 3;
+constexpr std::size_t expectedStorages = 64;
 
 using DeviceMap = std::map<std::string, std::string>;
 using PlatformText = std::unique_ptr<char, decltype(&std::free)>;
@@ -83,6 +84,9 @@ public:
     DatabasePass& operator=(const DatabasePass&) = delete;
 
     bool Read(media_storage_cb keepClone) {
+        // Now, when a shortage of memory ends the creation, rather than in the callback, where it
+        // would make a storage appear to be gone.
+        m_Storages.reserve(expectedStorages);
         if (media_filter_create(&m_Filter) != 0) {
             return false;
         }

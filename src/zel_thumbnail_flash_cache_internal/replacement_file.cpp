@@ -1,14 +1,13 @@
 #include "replacement_file.h"
 
 #include <fcntl.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <new>
 #include <tuple>
 
 namespace {
@@ -17,9 +16,21 @@ constexpr std::size_t bufferSize = 256 * 1024;
 constexpr mode_t newFileMode = 0666;
 constexpr mode_t permissionBits = 07777;
 
-// Whether a directory that gives this error takes no new file, though its files can be written.
-bool RefusesNewFile(int error) {
-    return error == EACCES || error == EPERM || error == ENAMETOOLONG || error == EEXIST;
+// Whether a directory that gives this error takes no new file, or keeps the old one, though the old
+// one can be written.
+bool RefusesReplacement(int error) {
+    return error == EACCES || error == EPERM || error == EROFS || error == EBUSY ||
+           error == ENAMETOOLONG || error == EEXIST || error == ENOENT;
+}
+
+// Gives a new file the permission bits and the owner of another one. Only a privileged process can
+// give a file away, others can give it to their groups, and some file systems have no such things:
+// what is refused matters less than the text.
+void CopyAttributes(const CZELFileDescriptor& file, const struct stat& from) {
+    std::ignore = fchmod(file.Get(), from.st_mode & permissionBits);
+    if (fchown(file.Get(), from.st_uid, from.st_gid) != 0) {
+        std::ignore = fchown(file.Get(), static_cast<uid_t>(-1), from.st_gid);
+    }
 }
 
 }  // namespace
@@ -31,43 +42,39 @@ CZELReplacementFile::~CZELReplacementFile() {
 }
 
 bool CZELReplacementFile::Open() {
-    m_Buffer.reset(new (std::nothrow) char[bufferSize]);
-    if (!m_Buffer) {
-        return false;
-    }
+    m_Buffer.reset(new char[bufferSize]);
     // Without O_NONBLOCK a named pipe that nobody reads would stop the process here.
-    m_File = CZELFileDescriptor(
+    m_Old = CZELFileDescriptor(
         open(m_Path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC, newFileMode));
-    struct stat status {};
-    if (!m_File.IsOpen() || fstat(m_File.Get(), &status) != 0) {
+    if (!m_Old.IsOpen() || fstat(m_Old.Get(), &m_OldStatus) != 0) {
         return false;
     }
-    m_bRegular = S_ISREG(status.st_mode);
-    return !m_bRegular || m_OpenTemporary(status);
+    m_pFile = &m_Old;
+    if (S_ISREG(m_OldStatus.st_mode)) {
+        m_OpenTemporary();
+    }
+    return true;
 }
 
-// Goes over to a temporary file, or leaves everything as it is where the text goes in place.
-bool CZELReplacementFile::m_OpenTemporary(const struct stat& old) {
+void CZELReplacementFile::m_OpenTemporary() {
     const std::unique_ptr<char, decltype(&std::free)> target(realpath(m_Path.c_str(), nullptr),
                                                              &std::free);
-    if (!target) {
-        return RefusesNewFile(errno);
+    if (target) {
+        m_Target = target.get();
+        std::string temporary = m_Target + ".new";
+        std::ignore = unlink(temporary.c_str());  // what a killed process left, if anything
+        m_New = CZELFileDescriptor(
+            open(temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+        if (m_New.IsOpen()) {
+            m_Temporary = std::move(temporary);
+            m_pFile = &m_New;
+            CopyAttributes(m_New, m_OldStatus);
+            return;
+        }
     }
-    m_Target = target.get();
-    std::string temporary = m_Target + ".new";
-    std::ignore = unlink(temporary.c_str());  // what a killed process left, if anything
-    CZELFileDescriptor file(
-        open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!file.IsOpen()) {
-        return RefusesNewFile(errno);
+    if (!RefusesReplacement(errno)) {
+        m_pFile = nullptr;
     }
-    m_Temporary = std::move(temporary);
-    // Only a privileged process can keep a foreign owner, and some file systems have no permission
-    // bits; the new text matters more.
-    std::ignore = fchown(file.Get(), old.st_uid, old.st_gid);
-    std::ignore = fchmod(file.Get(), old.st_mode & permissionBits);
-    m_File = std::move(file);
-    return true;
 }
 
 bool CZELReplacementFile::Append(std::string_view text) {
@@ -86,22 +93,39 @@ bool CZELReplacementFile::m_Flush() {
     const std::string_view text(m_Buffer.get(), m_Buffered);
     m_Written += m_Buffered;
     m_Buffered = 0;
-    return m_File.WriteAll(text);
+    return m_pFile != nullptr && m_pFile->Write(text) == text.size();
 }
 
 bool CZELReplacementFile::Commit() {
     if (!m_Flush()) {
         return false;
     }
-    if (m_Temporary.empty()) {
-        // In place the rest of the old text goes last: too many records do less harm than too few.
-        return (!m_bRegular || ftruncate(m_File.Get(), static_cast<off_t>(m_Written)) == 0) &&
-               m_File.Close();
+    if (m_pFile == &m_Old) {
+        // The rest of the old text goes last: too many records do less harm than too few.
+        return (!S_ISREG(m_OldStatus.st_mode) ||
+                ftruncate(m_Old.Get(), static_cast<off_t>(m_Written)) == 0) &&
+               m_Old.Close();
     }
-    if (fdatasync(m_File.Get()) != 0 || !m_File.Close() ||
-        std::rename(m_Temporary.c_str(), m_Target.c_str()) != 0) {
+    if (fdatasync(m_New.Get()) != 0) {
         return false;
     }
-    m_Temporary.clear();
-    return true;
+    if (std::rename(m_Temporary.c_str(), m_Target.c_str()) == 0) {
+        m_Temporary.clear();
+        return true;
+    }
+    return RefusesReplacement(errno) && m_CopyInPlace();
+}
+
+// For a file that may be written and not replaced: one that is mounted by itself, or one of another
+// user in a sticky directory.
+bool CZELReplacementFile::m_CopyInPlace() {
+    off_t offset = 0;
+    while (offset < static_cast<off_t>(m_Written)) {
+        const ssize_t count = sendfile(m_Old.Get(), m_New.Get(), &offset,
+                                       m_Written - static_cast<std::size_t>(offset));
+        if (count <= 0) {
+            return false;
+        }
+    }
+    return ftruncate(m_Old.Get(), offset) == 0 && fdatasync(m_Old.Get()) == 0;
 }

@@ -1,6 +1,6 @@
 /**
  * @file
- * A new text for a file that appears whole or not at all.
+ * A new text for a file that takes the place of the old one as a whole.
  */
 #ifndef ZEL_REPLACEMENT_FILE_H
 #define ZEL_REPLACEMENT_FILE_H
@@ -21,12 +21,14 @@
  * it. An object that is destroyed before Commit() has succeeded leaves the old text as it was, and
  * no temporary file.
  *
- * A link stays a link: the file that it leads to is replaced. Permission bits are kept, and the
- * owner where that is permitted. Where the directory takes no new file, or the path names something
- * else than a regular file, the text is written in place.
+ * A link stays a link: the file that it leads to is replaced. Permission bits are kept, and owner
+ * and group where that is permitted.
  *
- * One object at a time works on one path. Not for use by several threads. Memory shortage is
- * reported as a failure, or as std::bad_alloc by Open().
+ * Where the directory takes no new file, or the path names something else than a regular file, the
+ * text is written over the old one, and a failure in the middle leaves the beginning of the new
+ * text with the rest of the old.
+ *
+ * One object at a time works on one path. Not for use by several threads.
  */
 class CZELReplacementFile {
 public:
@@ -36,7 +38,9 @@ public:
     CZELReplacementFile(const CZELReplacementFile&) = delete;
     CZELReplacementFile& operator=(const CZELReplacementFile&) = delete;
 
-    /** Begins; false when the path cannot be opened for writing. Creates an empty file if missing.
+    /**
+     * Begins; creates an empty file where there is none. Throws std::bad_alloc.
+     * @return false when the path cannot be opened for writing
      */
     bool Open();
 
@@ -49,14 +53,18 @@ public:
     bool Commit();
 
 private:
-    bool m_OpenTemporary(const struct stat& old);
+    void m_OpenTemporary();
     bool m_Flush();
+    bool m_CopyInPlace();
 
     const std::string m_Path;
-    std::string m_Target;     // the path with all links resolved
-    std::string m_Temporary;  // empty when there is no temporary file
-    CZELFileDescriptor m_File;
-    bool m_bRegular = false;
+    std::string m_Target;      // the path with all links resolved
+    std::string m_Temporary;   // empty when there is no temporary file
+    CZELFileDescriptor m_Old;  // the file to be replaced
+    CZELFileDescriptor m_New;  // the temporary file
+    CZELFileDescriptor* m_pFile =
+        nullptr;  // the one that takes the text; null when there is no room for it
+    struct stat m_OldStatus {};
     std::unique_ptr<char[]> m_Buffer;
     std::size_t m_Buffered = 0;
     std::size_t m_Written = 0;

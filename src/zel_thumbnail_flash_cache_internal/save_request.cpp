@@ -1,6 +1,7 @@
 #include <cstring>
 #include <exception>
 #include <string_view>
+#include <tuple>
 
 #include "log.h"
 #include "mutex_guard.h"
@@ -66,12 +67,13 @@ bool CZELThumbFlashCache::SaveFlashFile(unsigned char* buffer, int xsize, int ys
     }
     if (urlClass == URL_CLASS_USB) {
         ZEL_LOG_INFO("It is an USB device. \n");
-        m_MountPathMap.emplace(strId, strMountPath);
+        // A storage that is known already keeps its mount path.
+        std::ignore = m_MountPathMap.try_emplace(strId, strMountPath);
         ZEL_LOG_INFO("strFolder[%s], strId[%s], strMountPath[%s]\n", strFolder.c_str(),
                      strId.c_str(), strMountPath.c_str());
     } else {
         ZEL_LOG_INFO("It is an ptp device. \n");
-        m_PtpDeviceMap.emplace(strId, "ptp");
+        std::ignore = m_PtpDeviceMap.try_emplace(strId, "ptp");
         ZEL_LOG_INFO("strFolder[%s], strId[%s], strUrl[%s]\n", strFolder.c_str(), strId.c_str(),
                      url);
     }
@@ -79,7 +81,7 @@ bool CZELThumbFlashCache::SaveFlashFile(unsigned char* buffer, int xsize, int ys
     // In a list of its own from the start: a stored thumbnail then joins the others without needing
     // memory, which could fail.
     ItemList newItem;
-    newItem.emplace_back(new CZELFlashCacheItem);
+    newItem.push_back(boost::intrusive_ptr<CZELFlashCacheItem>(new CZELFlashCacheItem));
     CZELFlashCacheItem& item = *newItem.front();
     item.Path = std::move(strFolder);
     item.URL = filename;

@@ -4,9 +4,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-namespace {
+__thread int t_ThreadId = 0;
 
-thread_local int t_ThreadId = 0;
+namespace {
 
 // The thread that forked goes on in the child under another id.
 void ForgetThreadId() { t_ThreadId = 0; }
@@ -16,10 +16,7 @@ const bool g_bForkIsSeen = pthread_atfork(nullptr, nullptr, ForgetThreadId) == 0
 
 }  // namespace
 
-int CurrentThreadId() {
-    if (t_ThreadId != 0) {
-        return t_ThreadId;
-    }
+int AskThreadId() {
     const int id = static_cast<int>(syscall(SYS_gettid));
     if (g_bForkIsSeen) {
         t_ThreadId = id;

@@ -1,11 +1,14 @@
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 #include <string_view>
 #include <tuple>
+#include <utility>
 
 #include "file_descriptor.h"
 #include "log.h"
@@ -119,9 +122,8 @@ bool CZELThumbFlashCache::m_Parse(char* pStart, int len) {
         ZEL_LOG_INFO("parse Type failed\n");
         return false;
     }
-    std::string_view text;
     int type = 0;
-    if (!cursor.TakeUntil(',', text) || !ParseThumbFileNumber(text, type)) {
+    if (!cursor.TakeNumber(',', type)) {
         ZEL_LOG_INFO("parse StorageId failed\n");
         return false;
     }
@@ -148,28 +150,27 @@ bool CZELThumbFlashCache::m_ParseItem(char* pStart, int len) {
         return false;
     }
     CZELThumbFileCursor cursor(std::string_view(pStart + 1, static_cast<std::size_t>(len - 1)));
-    ItemList newItem;
-    newItem.emplace_back(new CZELFlashCacheItem);
-    CZELFlashCacheItem& item = *newItem.front();
+    boost::intrusive_ptr<CZELFlashCacheItem> pItem(new CZELFlashCacheItem);
+    CZELFlashCacheItem& item = *pItem;
     std::string_view text;
     if (!cursor.Step("Path=\"") || !cursor.TakeUntil('"', text)) {
         ZEL_LOG_INFO("parseItem FolderPath failed\n");
         return false;
     }
-    item.Path = text;
+    item.Path = std::string(text);
     cursor.StepOne();
     if (!cursor.Step("URL=\"") || !cursor.TakeUntil('"', text)) {
         ZEL_LOG_INFO("parseItem URL failed\n");
         return false;
     }
-    item.URL = text;
+    item.URL = std::string(text);
     cursor.StepOne();
     if (!cursor.Step("Size=")) {
         ZEL_LOG_INFO("parse Size failed###\n");
         return false;
     }
     int size = 0;
-    if (!cursor.TakeUntil(',', text) || !ParseThumbFileNumber(text, size)) {
+    if (!cursor.TakeNumber(',', size)) {
         ZEL_LOG_INFO("parse Size failed\n");
         return false;
     }
@@ -179,7 +180,7 @@ bool CZELThumbFlashCache::m_ParseItem(char* pStart, int len) {
         return false;
     }
     text = cursor.Rest();
-    if (text.empty() || text.find('>') != std::string_view::npos) {
+    if (text.empty() || std::find(text.begin(), text.end(), '>') != text.end()) {
         ZEL_LOG_INFO("parse device type failed\n");
         return false;
     }
@@ -188,7 +189,7 @@ bool CZELThumbFlashCache::m_ParseItem(char* pStart, int len) {
         return false;
     }
     ZEL_LOG_INFO("path= %s ,URL= %s ,size=%ld", item.Path.c_str(), item.URL.c_str(), item.Size);
-    m_ThumbItemList.splice(m_ThumbItemList.end(), newItem);
+    m_ThumbItemList.push_back(std::move(pItem));
     m_CacheSize = WrappingAdd(m_CacheSize, item.Size);
     ZEL_LOG_INFO("m_ParseItem success###\n");
     return true;
@@ -205,15 +206,14 @@ bool CZELThumbFlashCache::m_ParseFolderItem(char* pStart, int len) {
         return false;
     }
     CZELThumbFileCursor cursor(std::string_view(pStart + 1, static_cast<std::size_t>(len - 1)));
-    FolderList newFolder;
-    newFolder.emplace_back(new CZELFlashCacheFolderItem);
-    CZELFlashCacheFolderItem& folder = *newFolder.front();
+    boost::intrusive_ptr<CZELFlashCacheFolderItem> pFolder(new CZELFlashCacheFolderItem);
+    CZELFlashCacheFolderItem& folder = *pFolder;
     std::string_view text;
     if (!cursor.Step("Sid=\"") || !cursor.TakeUntil('"', text)) {
         ZEL_LOG_INFO("m_ParseFolderItem Sid failed\n");
         return false;
     }
-    folder.Sid = text;
+    folder.Sid = std::string(text);
     cursor.StepOne();
     if (!cursor.Step("Path=\"")) {
         ZEL_LOG_INFO("parse folder path failed###\n");
@@ -223,14 +223,14 @@ bool CZELThumbFlashCache::m_ParseFolderItem(char* pStart, int len) {
         ZEL_LOG_INFO("parse folder path failed\n");
         return false;
     }
-    folder.Path = text;
+    folder.Path = std::string(text);
     cursor.StepOne();
     if (!cursor.Step("Devicetype=")) {
         ZEL_LOG_INFO("parse folder path failed###\n");
         return false;
     }
     text = cursor.Rest();
-    if (text.empty() || text.find('>') != std::string_view::npos) {
+    if (text.empty() || std::find(text.begin(), text.end(), '>') != text.end()) {
         ZEL_LOG_INFO("parse folder path failed\n");
         return false;
     }
@@ -240,7 +240,7 @@ bool CZELThumbFlashCache::m_ParseFolderItem(char* pStart, int len) {
     }
     ZEL_LOG_INFO("id= %s ,path= %s ,devicetype=%d", folder.Sid.c_str(), folder.Path.c_str(),
                  folder.Devicetype);
-    m_ThumbFolderList.splice(m_ThumbFolderList.end(), newFolder);
+    m_ThumbFolderList.push_back(std::move(pFolder));
     ZEL_LOG_INFO("m_ParseFolderItem success###\n");
     return true;
 }

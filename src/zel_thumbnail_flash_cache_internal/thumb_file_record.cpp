@@ -1,7 +1,6 @@
 #include "thumb_file_record.h"
 
 #include <charconv>
-#include <cstdlib>
 
 #include "size_arithmetic.h"
 
@@ -42,38 +41,38 @@ void CZELThumbFileRecord::m_Add(long number) {
     m_Add(std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data())));
 }
 
-bool CZELThumbFileCursor::Step(std::string_view expected) {
-    if (m_Rest.substr(0, expected.size()) != expected) {
+bool CZELThumbFileCursor::TakeNumber(char end, int& number) {
+    constexpr std::size_t maxLength = 10;
+    const auto isBlank = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+    std::size_t length = 0;
+    while (length < m_Rest.size() && length <= maxLength && m_Rest[length] != end) {
+        ++length;
+    }
+    if (length == 0 || length > maxLength || length == m_Rest.size()) {
         return false;
     }
-    m_Rest.remove_prefix(expected.size());
-    return true;
-}
-
-void CZELThumbFileCursor::StepOne() { m_Rest = m_Rest.substr(m_Rest.empty() ? 0 : 1); }
-
-bool CZELThumbFileCursor::TakeUntil(char end, std::string_view& value) {
-    const std::size_t length = m_Rest.find(end);
-    if (length == std::string_view::npos || length == 0) {
-        return false;
-    }
-    value = m_Rest.substr(0, length);
+    std::string_view text = m_Rest.substr(0, length);
     m_Rest.remove_prefix(length + 1);
-    return true;
-}
-
-bool ParseThumbFileNumber(std::string_view text, int& number) {
-    std::array<char, 11> buffer{};
-    if (text.size() >= buffer.size()) {
-        return false;
+    while (!text.empty() && isBlank(text.front())) {
+        text.remove_prefix(1);
     }
-    text.copy(buffer.data(), text.size());
-    number = HoldToInt32(std::strtol(buffer.data(), nullptr, 10));
+    const bool bNegative = !text.empty() && text.front() == '-';
+    if (bNegative || (!text.empty() && text.front() == '+')) {
+        text.remove_prefix(1);
+    }
+    long long value = 0;
+    for (const char digit : text) {
+        if (digit < '0' || digit > '9') {
+            break;
+        }
+        value = 10 * value + (digit - '0');
+    }
+    number = HoldToInt32(bNegative ? -value : value);
     return true;
 }
 
 bool ParseThumbFileDeviceType(std::string_view text, int& type) {
-    if (text.empty() || (text.front() != '0' && text.front() != '1')) {
+    if (text.front() != '0' && text.front() != '1') {
         return false;
     }
     type = text.front() == '0' ? DEVICE_TYPE_USB : DEVICE_TYPE_PTP;

@@ -54,16 +54,38 @@ public:
     explicit CZELThumbFileCursor(std::string_view text) : m_Rest(text) {}
 
     /** Steps over a text that must come next; false when it does not. */
-    bool Step(std::string_view expected);
+    bool Step(std::string_view expected) {
+        if (m_Rest.substr(0, expected.size()) != expected) {
+            return false;
+        }
+        m_Rest.remove_prefix(expected.size());
+        return true;
+    }
 
     /** Steps over any one character. */
-    void StepOne();
+    void StepOne() { m_Rest.remove_prefix(m_Rest.empty() ? 0 : 1); }
 
     /**
      * Takes the characters up to a closing one, which must follow, and steps over both.
      * @param value  receives at least one character; valid as long as the record
      */
-    bool TakeUntil(char end, std::string_view& value);
+    bool TakeUntil(char end, std::string_view& value) {
+        const std::size_t length = m_Rest.find(end);
+        if (length == std::string_view::npos || length == 0) {
+            return false;
+        }
+        value = m_Rest.substr(0, length);
+        m_Rest.remove_prefix(length + 1);
+        return true;
+    }
+
+    /**
+     * Takes the text of a number up to a closing character, which must follow, and steps over both.
+     * The number is in base 10; leading blanks and a sign are allowed, it ends at the first
+     * non-digit, is 0 without digits and is held to 32 bits.
+     * @return false when the text is empty or has more than 10 characters
+     */
+    bool TakeNumber(char end, int& number);
 
     /** What is still to be read. */
     std::string_view Rest() const { return m_Rest; }
@@ -73,14 +95,8 @@ private:
 };
 
 /**
- * Converts the text of a number: base 10, leading blanks and a sign allowed, up to the first
- * non-digit, 0 without digits, held to 32 bits.
- * @return false when the text has more than 10 characters
- */
-bool ParseThumbFileNumber(std::string_view text, int& number);
-
-/**
  * Converts the text of a device type, of which only the first character counts.
+ * @param text  not empty
  * @return false when that is neither "0" nor "1"
  */
 bool ParseThumbFileDeviceType(std::string_view text, int& type);

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <exception>
 #include <string>
 #include <string_view>
@@ -17,37 +18,79 @@ namespace {
 
 constexpr mode_t newFileMode = 0666;
 
-enum class AppendResult { Appended, NotOpened, Short };
-
-// Whether a process that was killed while it appended has left a part of a record at the end.
-bool EndsWithTornRecord(const CZELFileDescriptor& file, off_t size) {
-    char last = '\n';
-    return size > 0 && pread(file.Get(), &last, 1, size - 1) == 1 && last != '\n';
+// Cuts off the zero bytes at the end of a file, which a power failure may leave in place of what
+// was written last, and behind which the loader would see nothing. The size that is left.
+off_t CutZeros(const CZELFileDescriptor& file, off_t size) {
+    std::array<char, 4096> block;
+    off_t end = size;
+    while (end > 0) {
+        const off_t start =
+            (end - 1) / static_cast<off_t>(block.size()) * static_cast<off_t>(block.size());
+        const ssize_t count =
+            pread(file.Get(), block.data(), static_cast<std::size_t>(end - start), start);
+        if (count != end - start) {
+            return size;
+        }
+        while (end > start && block[static_cast<std::size_t>(end - start - 1)] == '\0') {
+            --end;
+        }
+        if (end > start) {
+            break;
+        }
+    }
+    return end == size || ftruncate(file.Get(), end) == 0 ? end : size;
 }
 
-// Appends a record, or nothing.
-AppendResult AppendRecord(const std::string& path, std::string_view record) {
-    CZELFileDescriptor file(
-        open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, newFileMode));
-    if (!file.IsOpen()) {
-        return AppendResult::NotOpened;
+// Puts the end of a record behind a part of one that a process left when it was killed, and that
+// would swallow the next record otherwise. False when that is necessary and fails.
+bool EndTornRecord(CZELFileDescriptor& file) {
+    struct stat status {};
+    if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return true;
     }
-    struct stat before {};
-    const bool bRegular = fstat(file.Get(), &before) == 0 && S_ISREG(before.st_mode);
-    // The end of a record is put behind a torn one, which would swallow the new one otherwise.
-    const bool bRepaired =
-        !bRegular || !EndsWithTornRecord(file, before.st_size) || file.WriteAll(">\r\n");
-    if (!bRepaired || !file.WriteAll(record)) {
-        if (bRegular) {
-            // A torn record that stays after all is skipped by the loader.
-            std::ignore = ftruncate(file.Get(), before.st_size);
-        }
-        return AppendResult::Short;
+    const off_t size = CutZeros(file, status.st_size);
+    char last = '\n';
+    if (size == 0 || pread(file.Get(), &last, 1, size - 1) != 1 || last == '\n') {
+        return true;
     }
-    return file.Close() ? AppendResult::Appended : AppendResult::Short;
+    constexpr std::string_view end = ">\r\n";
+    return file.Write(end) == end.size();
+}
+
+// Takes back the part of a record that was written.
+void CutBack(CZELFileDescriptor& file, std::size_t written) {
+    struct stat status {};
+    if (written > 0 && fstat(file.Get(), &status) == 0 && S_ISREG(status.st_mode)) {
+        // A part that stays after all is ended before the next append.
+        std::ignore = ftruncate(file.Get(), status.st_size - static_cast<off_t>(written));
+    }
 }
 
 }  // namespace
+
+CZELThumbFlashCache::AppendResult CZELThumbFlashCache::m_AppendRecord(std::string_view record) {
+    CZELFileDescriptor file(open(
+        m_strCachePath.c_str(), O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, newFileMode));
+    if (!file.IsOpen()) {
+        return AppendResult::NotOpened;
+    }
+    // Looked at once: what this process appends afterwards is whole.
+    const bool bEndIsWhole = m_strWholePath == m_strCachePath || EndTornRecord(file);
+    m_strWholePath.clear();
+    if (!bEndIsWhole) {
+        return AppendResult::Short;
+    }
+    const std::size_t written = file.Write(record);
+    if (written < record.size()) {
+        CutBack(file, written);
+        return AppendResult::Short;
+    }
+    if (!file.Close()) {
+        return AppendResult::Short;
+    }
+    m_strWholePath = m_strCachePath;
+    return AppendResult::Appended;
+}
 
 bool CZELThumbFlashCache::m_RefreshThumbFile() try {
     ZEL_LOG_INFO("m_RefreshThumbFile...\n");
@@ -105,7 +148,7 @@ bool CZELThumbFlashCache::m_AddItemToThumbFile(
         ZEL_LOG_INFO("m_AddItemToThumbFile record is too long\n");
         return false;
     }
-    const AppendResult result = AppendRecord(m_strCachePath, record.Text());
+    const AppendResult result = m_AppendRecord(record.Text());
     if (result == AppendResult::NotOpened) {
         ZEL_LOG_INFO("Failed to create %s\tfile.\n", m_strCachePath.c_str());
         return false;
@@ -131,7 +174,7 @@ bool CZELThumbFlashCache::m_AddFolderItemToThumbFile(
         ZEL_LOG_INFO("m_AddFolderItemToThumbFile record is too long\n");
         return false;
     }
-    const AppendResult result = AppendRecord(m_strCachePath, record.Text());
+    const AppendResult result = m_AppendRecord(record.Text());
     if (result == AppendResult::NotOpened) {
         ZEL_LOG_INFO("Failed to create %s\tfile.\n", m_strCachePath.c_str());
         return false;
