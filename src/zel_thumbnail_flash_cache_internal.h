@@ -13,6 +13,7 @@
 #include <list>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -154,8 +155,7 @@ public:
     bool m_Create();      ///< makes the engine ready; takes the lock
     void m_Destroy();     ///< the first half of destruction; takes no lock
     void m_ResetState();  ///< back to an empty cache
-    /** Sets the path of the thumb file, now or when the next worker has the lock; takes the lock.
-     */
+    /** Sets the path of the thumb file, now or when the next worker has the lock. */
     void m_SetCachePath(std::string strCachePath);
     void m_TakeNextCachePath();  ///< sets the path that could not be set at once
     void m_RunCreate();          ///< the body of a worker thread; takes the lock
@@ -265,8 +265,8 @@ public:
     // Guarded by m_WorkerMutex.
     std::mutex m_WorkerMutex;
     std::condition_variable m_WorkerFinished;
-    int m_WorkerCount = 0;           ///< workers that still use this object
-    std::string m_strNextCachePath;  ///< to become m_strCachePath; empty when there is none
+    int m_WorkerCount = 0;                          ///< workers that still use this object
+    std::optional<std::string> m_strNextCachePath;  ///< to become m_strCachePath
 };
 
 extern template CZELThumbFlashCache* CZELSingleton<CZELThumbFlashCache>::m_pObj;

@@ -2,6 +2,7 @@
 #include <boost/thread/thread.hpp>
 #include <exception>
 #include <tuple>
+#include <utility>
 
 #include "log.h"
 #include "mutex_guard.h"
@@ -49,21 +50,23 @@ bool CZELThumbFlashCache::Create(const char* strCachePath) {
 }
 
 void CZELThumbFlashCache::m_SetCachePath(std::string strCachePath) {
-    if (g_mutex_trylock(&m_Mutex)) {
-        m_strCachePath.swap(strCachePath);
-        g_mutex_unlock(&m_Mutex);
-        return;
+    {
+        const std::lock_guard<std::mutex> lock(m_WorkerMutex);
+        m_strNextCachePath = std::move(strCachePath);
     }
-    // Somebody works with the earlier path, perhaps for seconds: the worker takes the new one over.
-    const std::lock_guard<std::mutex> lock(m_WorkerMutex);
-    m_strNextCachePath.swap(strCachePath);
+    // Whoever holds the lock works with the earlier path, perhaps for seconds: the worker that
+    // comes after takes the new one over.
+    if (g_mutex_trylock(&m_Mutex)) {
+        m_TakeNextCachePath();
+        g_mutex_unlock(&m_Mutex);
+    }
 }
 
 void CZELThumbFlashCache::m_TakeNextCachePath() {
     const std::lock_guard<std::mutex> lock(m_WorkerMutex);
-    if (!m_strNextCachePath.empty()) {
-        m_strCachePath.swap(m_strNextCachePath);
-        m_strNextCachePath.clear();
+    if (m_strNextCachePath) {
+        m_strCachePath.swap(*m_strNextCachePath);
+        m_strNextCachePath.reset();
     }
 }
 

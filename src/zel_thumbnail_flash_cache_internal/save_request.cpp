@@ -84,7 +84,7 @@ bool CZELThumbFlashCache::SaveFlashFile(unsigned char* buffer, int xsize, int ys
     newItem.push_back(boost::intrusive_ptr<CZELFlashCacheItem>(new CZELFlashCacheItem));
     CZELFlashCacheItem& item = *newItem.front();
     item.Path = std::move(strFolder);
-    item.URL = filename;
+    item.URL = std::string(filename);
     item.Size = std::max(BmpFileSize(xsize, ysize), 0);
     item.Devicetype = urlClass;
 
@@ -114,13 +114,13 @@ int CZELThumbFlashCache::m_CheckUrl(unsigned char* buffer, const char* filename,
         ZEL_LOG_INFO("find fail,invalid FileName\n");
         return URL_CLASS_INVALID;
     }
-    strFolder.assign(filename, fileSlash);
+    strFolder = std::string(filename, fileSlash);
     const std::size_t folderSlash = strFolder.rfind('/');
     if (folderSlash == std::string::npos) {
         ZEL_LOG_INFO("find fail,invalid FileName\n");
         return URL_CLASS_INVALID;
     }
-    strId.assign(strFolder, folderSlash + 1);
+    strId = strFolder.substr(folderSlash + 1);
     if (strId.empty()) {
         ZEL_LOG_INFO("SaveFlashFile strIdNumber is empty...\n");
         return URL_CLASS_INVALID;
@@ -139,6 +139,6 @@ int CZELThumbFlashCache::m_CheckUrl(unsigned char* buffer, const char* filename,
         ZEL_LOG_INFO("find fail,invalid url\n");
         return URL_CLASS_INVALID;
     }
-    strMountPath = location.substr(0, mountPathEnd);
+    strMountPath = std::string(location.substr(0, mountPathEnd));
     return URL_CLASS_USB;
 }
