@@ -49,10 +49,14 @@ struct CacheTest : testing::Test {
         std::ifstream file(root + "/" + name, std::ios::binary);
         return Short({std::istreambuf_iterator<char>(file), {}});
     }
-    std::string Write(const std::string& name, const std::string& text) const {
+    // The path of a file, whose folder is made.
+    std::string PathOf(const std::string& name) const {
         std::error_code ignored;  // another thread may remove the folder at any time
         fs::create_directories(fs::path(root + "/" + name).parent_path(), ignored);
-        std::ofstream(root + "/" + name) << boost::replace_all_copy(text, "$/", root + "/");
+        return root + "/" + name;
+    }
+    std::string Write(const std::string& name, const std::string& text) const {
+        std::ofstream(PathOf(name)) << boost::replace_all_copy(text, "$/", root + "/");
         return root + "/" + name;
     }
     std::set<std::string> Files() const {
@@ -63,10 +67,9 @@ struct CacheTest : testing::Test {
         return names;
     }
 
-    // Saves a picture in a folder that is there afterwards.
     bool Save(const std::string& name, std::string url = "/opt/storage/usb/sda1/a.png",
               int xsize = 16, int ysize = 12) {
-        const std::string file = Write(name, "");
+        const std::string file = PathOf(name);
         return engine->SaveFlashFile(pixels.data(), xsize, ysize, file.c_str(), url.data(), {});
     }
     // Thread N saves for the storage "sN"; it ends before its future is destroyed.

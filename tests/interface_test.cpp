@@ -20,22 +20,23 @@ struct Interface : CacheTest {
 };
 
 TEST_F(Interface, recordKeepsCopiesGivesCopiesAndRefusesNullAndEmpty) {
-    const auto checkText = [this](auto set, auto get) {
+    const auto checkText = [this](auto set, auto get, const std::string& value) {
         char* text = nullptr;
         EXPECT_FALSE(get(nullptr, &text) || get(param, nullptr) || get(param, &text) ||
                      set(nullptr, "a") || set(param, nullptr) || set(param, ""));
-        EXPECT_TRUE(set(param, "first") && set(param, std::string("second").c_str()));
+        EXPECT_TRUE(set(param, "first") && set(param, std::string(value).c_str()));
         for (int round = 0; round < 2; ++round) {
             EXPECT_TRUE(get(param, &text));
-            EXPECT_STREQ(text, "second");
+            EXPECT_EQ(text, value);
             *text = 'x';
             free(text);
         }
     };
     EXPECT_FALSE(zel_create_thumbnail_flash_cache_param(nullptr) ||
                  zel_destroy_thumbnail_flash_cache_param(nullptr));
-    checkText(zel_set_thumbnail_flash_cache_filename, zel_get_thumbnail_flash_cache_filename);
-    checkText(zel_set_thumbnail_flash_cache_url, zel_get_thumbnail_flash_cache_url);
+    checkText(zel_set_thumbnail_flash_cache_filename, zel_get_thumbnail_flash_cache_filename,
+              "file");
+    checkText(zel_set_thumbnail_flash_cache_url, zel_get_thumbnail_flash_cache_url, "url");
     EXPECT_EQ(boost::replace_all_copy("|" + Log(), "|W Invalid param.", "."), std::string(14, '.'));
 }
 
