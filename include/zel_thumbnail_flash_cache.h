@@ -34,7 +34,13 @@
  * zel_thumbnail_flash_cache_init() (or of the first save) and every call of
  * zel_thumbnail_flash_cache_clear() are made while no other call of this interface runs.
  *
- * One process at a time uses one thumb file.
+ * Devices that go while the cache runs: their thumbnails are deleted at the next start, or at once
+ * where the program that hosts the library hands the platform's storage events to the engine.
+ *
+ * One process at a time uses one thumb file. After a fork the child makes no call.
+ *
+ * Signals: a write beyond a limit on the size of files (SIGXFSZ) or into a pipe without a reader
+ * (SIGPIPE) ends a process that does not ignore these signals.
  */
 #ifndef ZEL_THUMBNAIL_FLASH_CACHE_H
 #define ZEL_THUMBNAIL_FLASH_CACHE_H
@@ -87,8 +93,8 @@ ZEL_THUMBNAIL_FLASH_CACHE_API int zel_set_thumbnail_flash_cache_filename(
 
 /**
  * Sets the location of the picture that the thumbnail shows: a path that contains
- * "/opt/storage/usb/" and, after it, a device directory and "/" for USB mass storage, or a URL that
- * contains "ptp://" for a camera.
+ * "/opt/storage/usb/" and, after it, a device directory of two characters or more and "/" for USB
+ * mass storage, or a URL that contains "ptp://" for a camera.
  * @param url  copied; an earlier URL of the record is released
  * @return as for zel_set_thumbnail_flash_cache_filename()
  */
@@ -96,14 +102,16 @@ ZEL_THUMBNAIL_FLASH_CACHE_API int zel_set_thumbnail_flash_cache_url(
     zel_thumbnail_flash_cache_param_h param, const char* url);
 
 /**
- * Sets the width of the thumbnail in pixels, 1 to 65500. The range is checked by the save.
+ * Sets the width of the thumbnail in pixels, 1 to 65500. A save with another width makes room for
+ * it and then writes nothing.
  * @return 1; 0 when param is null
  */
 ZEL_THUMBNAIL_FLASH_CACHE_API int zel_set_thumbnail_flash_cache_xsize(
     zel_thumbnail_flash_cache_param_h param, int xsize);
 
 /**
- * Sets the height of the thumbnail in pixels, 1 to 65500. The range is checked by the save.
+ * Sets the height of the thumbnail in pixels, 1 to 65500. A save with another height makes room for
+ * it and then writes nothing.
  * @return 1; 0 when param is null
  */
 ZEL_THUMBNAIL_FLASH_CACHE_API int zel_set_thumbnail_flash_cache_ysize(
@@ -143,7 +151,8 @@ ZEL_THUMBNAIL_FLASH_CACHE_API int zel_get_thumbnail_flash_cache_ysize(
 /**
  * Starts the cache and returns at once. A worker thread connects to the platform's media-content
  * database, reads the thumb file, asks which devices are there and deletes the thumbnails of those
- * that are not; this may take seconds. Until it is done a save answers 0 or waits.
+ * that are not; this may take seconds. Until it is done a save answers 0 or waits. Call it when the
+ * devices are mounted and listed: what is not there then is taken to be gone.
  *
  * How to know that the cache is ready: save a picture of one pixel with the file name "/dev/null"
  * and a URL that is neither USB nor camera, "probe:" say. Nothing is kept of it, and it answers 1
@@ -164,13 +173,18 @@ ZEL_THUMBNAIL_FLASH_CACHE_API int zel_thumbnail_flash_cache_init(const char* str
  * a file of that name, and records it in the thumb file. When the cache is full the oldest
  * thumbnails are deleted first. The call returns when the file is written.
  *
+ * A second save to a name adds a second record, which counts like the first: when the older one is
+ * evicted, the file goes, and the newer names a file that is gone. A caller that wants to replace a
+ * thumbnail chooses a new name.
+ *
  * @param param         the record, with file name, URL and size set; it is only read and may be
  *                      released or changed as soon as the call returns
  * @param buffer        xsize x ysize pixels, rows from top to bottom without gaps, 4 bytes a pixel:
  *                      blue, green, red and one byte that is ignored (4 * xsize * ysize bytes);
  * only read
  * @param bufferPreset  null, or 4096 readable bytes with a text that ends with a zero byte within
- *                      them; the 4096 bytes are written to the file after the image
+ *                      them; the 4096 bytes are written to the file after the image;
+ *                      a full device that cuts them short is not reported
  * @return for a USB or camera URL: 1 when the request was taken, even when the file or its record
  *         could not be written (the log says so). For any other URL: 1 when the file was written,
  *         else 0; such a file is not part of the cache and never deleted. 0 in every other case:

@@ -135,8 +135,7 @@ public:
 
     /**
      * Finds the known USB storages, as creation does, without the lock.
-     * @param deviceMap  is emptied and filled, storage id to mount path, when USB storages are
-     * listed
+     * @param deviceMap  is emptied and filled when USB storages are listed: id to mount path
      * @return false when the database gives no filter
      */
     bool m_GetStorageList(std::map<std::string, std::string>& deviceMap);
@@ -188,7 +187,11 @@ public:
     bool m_RemoveThumb(std::string strFile);
 
     // The index (thumb_file_writer.cpp)
-    /** Writes the thumb file anew from both lists. A short write is logged and answers true. */
+    /**
+     * Writes the thumb file anew from both lists. A short write is logged and answers true.
+     * @return false when the file cannot be opened, or when it could not be read whole before and
+     *         would lose what was not read
+     */
     bool m_RefreshThumbFile();
     enum class AppendResult { Appended, NotOpened, Short };
     /** Appends the text of a record to the thumb file, or nothing. */
@@ -259,8 +262,9 @@ public:
     ItemList m_ThumbItemList;      ///< every thumbnail, oldest first
     FolderList m_ThumbFolderList;  ///< every device folder
 
-    // Guarded by m_Mutex: the thumb file that is known to end with a whole record, if any.
-    std::string m_strWholePath;
+    // Guarded by m_Mutex; what is known of the thumb file.
+    bool m_bIndexIsRead = true;  ///< the lists hold all that the file held, so it may be rewritten
+    bool m_bEndIsWhole = false;  ///< it ends with a whole record, so that one may follow
 
     // Guarded by m_WorkerMutex.
     std::mutex m_WorkerMutex;

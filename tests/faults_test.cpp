@@ -140,7 +140,7 @@ TEST_F(Faulty, savesIntoOldAndNewFoldersAndIntoAFullCache) {
 }
 
 TEST_F(Faulty, startsAndRemovals) {
-    FailEach([] {}, [this] { std::ignore = engine->m_Create(); });
+    FailEach([] {}, [this] { std::ignore = engine->m_Create() && engine->m_RefreshThumbFile(); });
     const auto start = [this] {
         platform.database.push_back({"/opt/storage/usb/sda1", "d1"});
         Start();

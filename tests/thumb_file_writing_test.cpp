@@ -69,7 +69,7 @@ TEST_F(ThumbFileWriting, firstAppendEndsATornRecordAndCutsOffZeros) {
     };
     for (const auto& [torn, repaired] : cases) {
         Write("index", torn);
-        engine->m_strWholePath.clear();
+        engine->m_bEndIsWhole = false;
         EXPECT_TRUE(engine->m_AddItemToThumbFile(&Item()));
         EXPECT_EQ(Read(), repaired + item);
     }

@@ -31,8 +31,8 @@ struct _zel_storage_s;
 /**
  * Lists the storages of one kind that are attached now.
  * @param type  the kind
- * @param list  receives the list, to be released with zel_storage_list_destory(); the caller sets
- * it to null before the call, and a failed call leaves it so
+ * @param list  receives the list, to be released with zel_storage_list_destory(); null before the
+ *              call, and after a failed one
  * @return 0 for success, another value for failure
  */
 int zel_get_usb_list(enum zel_storage_device_type type, void** list);

@@ -26,17 +26,19 @@ std::size_t CZELFileDescriptor::Write(std::string_view text) {
     return written;
 }
 
-std::size_t CZELFileDescriptor::ReadUpTo(char* buffer, std::size_t size) {
-    std::size_t held = 0;
+bool CZELFileDescriptor::ReadUpTo(char* buffer, std::size_t size, std::size_t& held) {
+    held = 0;
     while (held < size) {
         const ssize_t count = read(m_Descriptor, buffer + held, size - held);
         if (count > 0) {
             held += static_cast<std::size_t>(count);
-        } else if (count == 0 || errno != EINTR) {
+        } else if (count == 0) {
             break;
+        } else if (errno != EINTR) {
+            return false;
         }
     }
-    return held;
+    return true;
 }
 
 bool CZELFileDescriptor::Close() {

@@ -25,8 +25,12 @@ public:
     /** Writes a text; the bytes written, fewer than its length when the device is full or fails. */
     std::size_t Write(std::string_view text);
 
-    /** Reads until the buffer of that many bytes is full or nothing more comes; the bytes read. */
-    std::size_t ReadUpTo(char* buffer, std::size_t size);
+    /**
+     * Reads until the buffer of that many bytes is full or nothing more comes.
+     * @param held  receives the number of bytes read, also on failure
+     * @return false when the device fails
+     */
+    bool ReadUpTo(char* buffer, std::size_t size, std::size_t& held);
 
     /** Closes the descriptor if it is open; false when the system reports a failed write only now.
      */

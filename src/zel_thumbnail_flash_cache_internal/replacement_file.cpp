@@ -103,7 +103,8 @@ bool CZELReplacementFile::Commit() {
     if (m_pFile == &m_Old) {
         // The rest of the old text goes last: too many records do less harm than too few.
         return (!S_ISREG(m_OldStatus.st_mode) ||
-                ftruncate(m_Old.Get(), static_cast<off_t>(m_Written)) == 0) &&
+                (ftruncate(m_Old.Get(), static_cast<off_t>(m_Written)) == 0 &&
+                 fdatasync(m_Old.Get()) == 0)) &&
                m_Old.Close();
     }
     if (fdatasync(m_New.Get()) != 0) {

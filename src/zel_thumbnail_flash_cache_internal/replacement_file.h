@@ -58,12 +58,11 @@ private:
     bool m_CopyInPlace();
 
     const std::string m_Path;
-    std::string m_Target;      // the path with all links resolved
-    std::string m_Temporary;   // empty when there is no temporary file
-    CZELFileDescriptor m_Old;  // the file to be replaced
-    CZELFileDescriptor m_New;  // the temporary file
-    CZELFileDescriptor* m_pFile =
-        nullptr;  // the one that takes the text; null when there is no room for it
+    std::string m_Target;                   // the path with all links resolved
+    std::string m_Temporary;                // empty when there is no temporary file
+    CZELFileDescriptor m_Old;               // the file to be replaced
+    CZELFileDescriptor m_New;               // the temporary file
+    CZELFileDescriptor* m_pFile = nullptr;  // the one to write to; null where there is no room
     struct stat m_OldStatus {};
     std::unique_ptr<char[]> m_Buffer;
     std::size_t m_Buffered = 0;

@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cstring>
 #include <exception>
+#include <string>
 #include <string_view>
 #include <tuple>
 

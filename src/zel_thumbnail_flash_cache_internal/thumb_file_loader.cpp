@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -77,7 +78,9 @@ private:
 bool CZELThumbFlashCache::m_LoadThumbFile() {
     // Without O_NONBLOCK a named pipe that nobody writes to would stop the start here.
     CZELFileDescriptor file(open(m_strCachePath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    m_bIndexIsRead = false;
     if (!file.IsOpen()) {
+        m_bIndexIsRead = errno == ENOENT;
         ZEL_LOG_INFO("open %s fail , error =%d \n", m_strCachePath.c_str(), errno);
         return false;
     }
@@ -89,12 +92,13 @@ bool CZELThumbFlashCache::m_LoadThumbFile() {
     std::ptrdiff_t carried = 0;
     std::ptrdiff_t readSize = firstReadSize;
     while (readSize > 0) {
-        const auto count = static_cast<std::ptrdiff_t>(
-            file.ReadUpTo(pBuf.get() + carried, static_cast<std::size_t>(readSize)));
+        std::size_t count = 0;
+        m_bIndexIsRead =
+            file.ReadUpTo(pBuf.get() + carried, static_cast<std::size_t>(readSize), count);
         if (count == 0) {
             break;
         }
-        const std::ptrdiff_t held = carried + count;
+        const std::ptrdiff_t held = carried + static_cast<std::ptrdiff_t>(count);
         RecordScan records(pBuf.get(), held);
         char* start = nullptr;
         int length = 0;

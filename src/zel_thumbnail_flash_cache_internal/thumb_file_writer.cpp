@@ -19,17 +19,16 @@ namespace {
 constexpr mode_t newFileMode = 0666;
 
 // Cuts off the zero bytes at the end of a file, which a power failure may leave in place of what
-// was written last, and behind which the loader would see nothing. The size that is left.
-off_t CutZeros(const CZELFileDescriptor& file, off_t size) {
+// was written last, and behind which the loader would see nothing. False when that fails.
+bool CutZeros(const CZELFileDescriptor& file, off_t& size) {
     std::array<char, 4096> block;
+    constexpr auto blockSize = static_cast<off_t>(block.size());
     off_t end = size;
     while (end > 0) {
-        const off_t start =
-            (end - 1) / static_cast<off_t>(block.size()) * static_cast<off_t>(block.size());
-        const ssize_t count =
-            pread(file.Get(), block.data(), static_cast<std::size_t>(end - start), start);
-        if (count != end - start) {
-            return size;
+        const off_t start = (end - 1) / blockSize * blockSize;
+        const auto length = static_cast<std::size_t>(end - start);
+        if (pread(file.Get(), block.data(), length, start) != end - start) {
+            return false;
         }
         while (end > start && block[static_cast<std::size_t>(end - start - 1)] == '\0') {
             --end;
@@ -38,23 +37,28 @@ off_t CutZeros(const CZELFileDescriptor& file, off_t size) {
             break;
         }
     }
-    return end == size || ftruncate(file.Get(), end) == 0 ? end : size;
+    const bool bCut = end == size || ftruncate(file.Get(), end) == 0;
+    size = end;
+    return bCut;
 }
 
 // Puts the end of a record behind a part of one that a process left when it was killed, and that
-// would swallow the next record otherwise. False when that is necessary and fails.
+// would swallow the next record otherwise. False when the end of the file cannot be made sure of.
 bool EndTornRecord(CZELFileDescriptor& file) {
     struct stat status {};
-    if (fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (fstat(file.Get(), &status) != 0) {
+        return false;
+    }
+    off_t size = status.st_size;
+    if (!S_ISREG(status.st_mode) || size == 0) {
         return true;
     }
-    const off_t size = CutZeros(file, status.st_size);
     char last = '\n';
-    if (size == 0 || pread(file.Get(), &last, 1, size - 1) != 1 || last == '\n') {
-        return true;
+    if (!CutZeros(file, size) || (size > 0 && pread(file.Get(), &last, 1, size - 1) != 1)) {
+        return false;
     }
     constexpr std::string_view end = ">\r\n";
-    return file.Write(end) == end.size();
+    return last == '\n' || file.Write(end) == end.size();
 }
 
 // Takes back the part of a record that was written.
@@ -75,8 +79,8 @@ CZELThumbFlashCache::AppendResult CZELThumbFlashCache::m_AppendRecord(std::strin
         return AppendResult::NotOpened;
     }
     // Looked at once: what this process appends afterwards is whole.
-    const bool bEndIsWhole = m_strWholePath == m_strCachePath || EndTornRecord(file);
-    m_strWholePath.clear();
+    const bool bEndIsWhole = m_bEndIsWhole || EndTornRecord(file);
+    m_bEndIsWhole = false;
     if (!bEndIsWhole) {
         return AppendResult::Short;
     }
@@ -88,7 +92,7 @@ CZELThumbFlashCache::AppendResult CZELThumbFlashCache::m_AppendRecord(std::strin
     if (!file.Close()) {
         return AppendResult::Short;
     }
-    m_strWholePath = m_strCachePath;
+    m_bEndIsWhole = true;
     return AppendResult::Appended;
 }
 
@@ -97,6 +101,11 @@ bool CZELThumbFlashCache::m_RefreshThumbFile() try {
     CZELReplacementFile file(m_strCachePath);
     if (!file.Open()) {
         ZEL_LOG_INFO("Failed to create %s  file.\n", m_strCachePath.c_str());
+        return false;
+    }
+    m_bEndIsWhole = false;
+    if (!m_bIndexIsRead) {
+        ZEL_LOG_INFO("m_RefreshThumbFile keeps what could not be read\n");
         return false;
     }
     for (const auto& folder : m_ThumbFolderList) {
