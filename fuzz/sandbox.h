@@ -24,8 +24,7 @@ public:
     void WriteIndex(std::string_view text) const;
     std::string ReadIndex() const;
 
-    /** Makes what Confine() gives paths of: a deep tree, a link to the guarded directory, a file.
-     */
+    /** Makes what Confine() gives paths of: a deep tree, a link to the guard and a file. */
     void MakeFolders() const;
 
     /**

@@ -1,22 +1,9 @@
-// A platform without devices, whose log reads every argument and writes nothing.
-#include <array>
-#include <cstdarg>
-#include <cstdio>
-
-#include "zel_platform_log.h"
+// A media-content database and a storage service that know no device, for programs that need the
+// library without a platform.
 #include "zel_platform_media_content.h"
 #include "zel_platform_storage.h"
 
 extern "C" {
-
-int __dlog_print(int, int, const char*, const char* fmt, ...) {
-    std::array<char, 4096> line;
-    va_list arguments;
-    va_start(arguments, fmt);
-    const int length = std::vsnprintf(line.data(), line.size(), fmt, arguments);
-    va_end(arguments);
-    return length;
-}
 
 int media_content_connect(void) { return 0; }
 int media_content_disconnect(void) { return 0; }
