@@ -49,11 +49,11 @@ void BareSave(benchmark::State& state) {
     const int xsize = static_cast<int>(state.range(0)), ysize = xsize * 3 / 4;
     const bare::Folder folder;
     auto picture = bare::MakePicture(xsize, ysize);
-    const std::string file = folder / "a.jpg";
+    const std::string file = folder / "a.jpg", thumbFile = folder / "index";
     const std::string record = bare::MakeRecord(folder.Path(), 1, 1000);
     for (auto _ : state) {
         bare::EncodeJpeg(picture, xsize, ysize, file.c_str());
-        bare::Append(folder / "index", record);
+        bare::Append(thumbFile, record);
     }
 }
 
@@ -82,12 +82,12 @@ void BareEvictingSave(benchmark::State& state) {
     for (int number = 0; number < records; ++number) {
         index += bare::MakeRecord(folder.Path(), 10000000 + number, ZEL_FLASH_CACHE_MAX / records);
     }
-    const std::string file = folder / "a.jpg";
+    const std::string file = folder / "a.jpg", thumbFile = folder / "index";
     const std::string record = bare::MakeRecord(folder.Path(), 1, 1000);
     for (auto _ : state) {
-        bare::Replace(folder / "index", index);
+        bare::Replace(thumbFile, index);
         bare::EncodeJpeg(picture, 160, 120, file.c_str());
-        bare::Append(folder / "index", record);
+        bare::Append(thumbFile, record);
     }
 }
 
