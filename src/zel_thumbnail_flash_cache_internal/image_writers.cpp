@@ -1,5 +1,3 @@
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,6 +14,7 @@
 // Relies on <cstdio> before it.
 #include <jpeglib.h>
 
+#include "image_file.h"
 #include "log.h"
 #include "size_arithmetic.h"
 #include "zel_thumbnail_flash_cache_internal.h"
@@ -25,7 +24,6 @@ namespace {
 constexpr std::size_t presetSize = 4096;
 constexpr std::size_t bytesPerPixel = 4;
 constexpr int jpegQuality = 100;
-constexpr mode_t newFileMode = 0666;
 
 struct JpegErrorManager {
     jpeg_error_mgr base;  // first, so that the library's pointer to it is a pointer to the whole
@@ -75,41 +73,10 @@ bool EncodeJpeg(jpeg_compress_struct& codec, JpegErrorManager& errors, unsigned 
     return true;
 }
 
-// Removes a file that was begun and cannot be completed. Only a regular file goes, never a device
-// node; behind a link it is the file that was begun, not the link.
-void RemoveBegunFile(int descriptor, const char* filename) {
-    struct stat status {};
-    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
-        const std::unique_ptr<char, decltype(&std::free)> target(realpath(filename, nullptr),
-                                                                 &std::free);
-        // A file that cannot be removed stays; the caller has learnt that it is of no use.
-        std::ignore = std::remove(target ? target.get() : filename);
-    }
-}
-
-// Opens a file for writing, new or emptied; null with errno set on failure.
-FILE* OpenImage(const char* filename) {
-    // Without O_NONBLOCK a named pipe that nobody reads would stop every save here.
-    const int descriptor =
-        open(filename, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, newFileMode);
-    FILE* file = descriptor < 0 ? nullptr : fdopen(descriptor, "wb");
-    if (file == nullptr && descriptor >= 0) {
-        const int error = errno;
-        RemoveBegunFile(descriptor, filename);
-        std::ignore = close(descriptor);  // nothing was written
-        errno = error;
-    }
-    return file;
-}
-
-// Ends an image file: the preset block, if there is one, and the close. What a full device cuts off
-// here goes unnoticed; it shows in the size of the file.
-void FinishFile(FILE* file, const char* bufferPreset) {
-    if (bufferPreset != nullptr) {
-        std::ignore = std::fwrite(bufferPreset, 1, presetSize, file);
-    }
-    std::ignore = std::fflush(file);
-    std::ignore = std::fclose(file);
+// Adds the preset block to a file that is complete but for it. What a full device cuts off here
+// goes unnoticed; it shows in the size of the file.
+void AppendPreset(CZELImageFile& file, const char* bufferPreset) {
+    std::ignore = std::fwrite(bufferPreset, 1, presetSize, file.Stream());
 }
 
 using BmpHeader = std::array<unsigned char, 54>;
@@ -143,24 +110,23 @@ bool CZELThumbFlashCache::m_SaveThumb(unsigned char* buffer, char* bufferPreset,
 
 bool CZELThumbFlashCache::m_JpegSave(unsigned char* buffer, char* bufferPreset, int xsize,
                                      int ysize, const char* filename) {
-    FILE* file = OpenImage(filename);
-    if (file == nullptr) {
+    CZELImageFile file(filename);
+    if (file.Stream() == nullptr) {
         ZEL_LOG_INFO("can't open filename[%s] errno=%d\n", filename == nullptr ? "" : filename,
                      errno);
         return false;
     }
     jpeg_compress_struct codec{};
     JpegErrorManager errors{};
-    if (!EncodeJpeg(codec, errors, buffer, xsize, ysize, file)) {
+    if (!EncodeJpeg(codec, errors, buffer, xsize, ysize, file.Stream())) {
         ZEL_LOG_INFO("m_JpegSave [%s] failed: %s\n", filename, errors.message);
-        RemoveBegunFile(fileno(file), filename);
-        std::ignore = std::fclose(file);  // its content is lost already
+        file.Remove();
         return false;
     }
     if (bufferPreset != nullptr) {
         ZEL_LOG_INFO("m_JpegSave bufferPreset : [%s]###\n", bufferPreset);
+        AppendPreset(file, bufferPreset);
     }
-    FinishFile(file, bufferPreset);
     return true;
 }
 
@@ -177,27 +143,27 @@ bool CZELThumbFlashCache::m_BmpSave(unsigned char* buffer, char* bufferPreset, i
         ZEL_LOG_INFO("fail to access dir path:%s", directory.c_str());
         return false;
     }
-    FILE* file = OpenImage(filename);
-    if (file == nullptr) {
+    CZELImageFile file(filename);
+    if (file.Stream() == nullptr) {
         ZEL_LOG_INFO("fopen fail");
         return false;
     }
     // Flushed at once: a full device shows here or nowhere.
-    if (std::fwrite(header.data(), 1, header.size(), file) < header.size() ||
-        std::fflush(file) != 0) {
+    if (std::fwrite(header.data(), 1, header.size(), file.Stream()) < header.size() ||
+        std::fflush(file.Stream()) != 0) {
         ZEL_LOG_INFO("fwrite error");
-        std::ignore = std::fclose(file);  // the failure is reported already
         return false;
     }
     const std::size_t stride = xsize > 0 ? bytesPerPixel * static_cast<std::size_t>(xsize) : 0;
     for (int row = stride == 0 ? -1 : ysize - 1; row >= 0; --row) {
         // A row that a full disk cuts short shows in the size of the file.
-        std::ignore = std::fwrite(buffer + static_cast<std::size_t>(row) * stride, 1, stride, file);
+        std::ignore =
+            std::fwrite(buffer + static_cast<std::size_t>(row) * stride, 1, stride, file.Stream());
     }
     if (bufferPreset != nullptr) {
         ZEL_LOG_INFO("bmp_write bufferPreset : [%s]###\n", bufferPreset);
+        AppendPreset(file, bufferPreset);
     }
-    FinishFile(file, bufferPreset);
     return true;
 } catch (const std::exception& error) {
     ZEL_LOG_WARN("m_BmpSave failed: %s", error.what());

@@ -75,7 +75,7 @@ bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> 
         ZEL_LOG_INFO("jepg size is %d, m_CacheSize end:%d\n", fileSize, m_CacheSize);
     }
     ZEL_LOG_INFO("End");
-    if (!m_AddItemToThumbFile(pThumbItem)) {
+    if (!m_AddItemToThumbFile(std::move(pThumbItem))) {
         ZEL_LOG_INFO("m_InsertItem m_AddItemToThumbFile failed###\n");
         // A file that stays is logged there; the save has failed either way.
         std::ignore = m_RemoveThumb(std::move(strImage));

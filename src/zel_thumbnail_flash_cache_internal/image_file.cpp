@@ -1,0 +1,54 @@
+#include "image_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <tuple>
+
+namespace {
+
+constexpr mode_t newFileMode = 0666;
+
+ssize_t WriteToDescriptor(void* descriptor, const char* text, std::size_t size) {
+    return static_cast<ssize_t>(static_cast<CZELFileDescriptor*>(descriptor)->Write({text, size}));
+}
+
+}  // namespace
+
+CZELImageFile::CZELImageFile(const char* filename)
+    : m_Filename(filename),
+      // Without O_NONBLOCK a named pipe that nobody reads would stop every save here.
+      m_Descriptor(
+          open(filename, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, newFileMode)) {
+    if (!m_Descriptor.IsOpen()) {
+        return;
+    }
+    m_pStream = fopencookie(&m_Descriptor, "wb", {nullptr, WriteToDescriptor, nullptr, nullptr});
+    if (m_pStream == nullptr) {
+        const int error = errno;
+        Remove();
+        errno = error;
+        return;
+    }
+    // A stream that does not take the buffer has its own.
+    std::ignore = std::setvbuf(m_pStream, m_Buffer.data(), _IOFBF, m_Buffer.size());
+}
+
+CZELImageFile::~CZELImageFile() {
+    if (m_pStream != nullptr) {
+        std::ignore = std::fclose(m_pStream);  // what is cut off shows in the size of the file
+    }
+}
+
+void CZELImageFile::Remove() {
+    struct stat status {};
+    if (fstat(m_Descriptor.Get(), &status) == 0 && S_ISREG(status.st_mode)) {
+        const std::unique_ptr<char, decltype(&std::free)> target(realpath(m_Filename, nullptr),
+                                                                 &std::free);
+        // A file that cannot be removed stays; the caller has learnt that it is of no use.
+        std::ignore = std::remove(target ? target.get() : m_Filename);
+    }
+}
