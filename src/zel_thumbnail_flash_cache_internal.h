@@ -61,6 +61,10 @@ public:
     /** One cached thumbnail. */
     class CZELFlashCacheItem : public ZEL_IntrusivePtr_Base<CZELFlashCacheItem> {
     public:
+        CZELFlashCacheItem() = default;
+        CZELFlashCacheItem(std::string_view path, std::string_view url, long size, int type)
+            : Path(path), URL(url), Size(size), Devicetype(type) {}
+
         std::string Path;    ///< the device folder that holds the image file
         std::string URL;     ///< full path of the image file
         long Size = 0;       ///< bytes accounted for it, within 32 bits
@@ -70,6 +74,10 @@ public:
     /** One folder of the cache, with the thumbnails of one device. */
     class CZELFlashCacheFolderItem : public ZEL_IntrusivePtr_Base<CZELFlashCacheFolderItem> {
     public:
+        CZELFlashCacheFolderItem() = default;
+        CZELFlashCacheFolderItem(std::string_view id, std::string_view path, int type)
+            : Sid(id), Path(path), Devicetype(type) {}
+
         std::string Sid;     ///< id of the device, the last component of Path
         std::string Path;    ///< full path of the folder
         int Devicetype = 0;  ///< DEVICE_TYPE_USB or DEVICE_TYPE_PTP

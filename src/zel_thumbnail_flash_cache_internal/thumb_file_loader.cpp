@@ -23,25 +23,22 @@ constexpr std::ptrdiff_t bufferSize = 1048577;
 constexpr std::ptrdiff_t firstReadSize = 1048576;
 constexpr std::ptrdiff_t nextReadSize = 1048575;
 
-// Finds the records in a buffer. Text that belongs to no record is passed over; a NUL ends the text
-// from the moment that a search meets it.
+// Finds the records in a text that ends with a NUL. Text that belongs to no record is passed over;
+// a NUL before the end hides what follows, unless it stands right after a record and is skipped.
 class RecordScan {
 public:
-    RecordScan(char* text, std::ptrdiff_t size) : m_Text(text), m_Size(size) { m_FindNul(); }
+    RecordScan(char* text, std::ptrdiff_t size) : m_Position(text), m_End(text + size) {}
 
     // The next record, from its "<" to its ">"; false when there is none that is complete.
     bool Next(char*& start, int& length) {
-        while (m_Position < m_Size) {
-            if (m_Nul < m_Position) {
-                m_FindNul();
-            }
-            const std::ptrdiff_t open = m_Find('<');
-            const std::ptrdiff_t close = open < 0 ? -1 : m_Find('>');
-            if (close < 0) {
+        while (m_Position < m_End) {
+            char* const open = std::strchr(m_Position, '<');
+            char* const close = open == nullptr ? nullptr : std::strchr(m_Position, '>');
+            if (close == nullptr) {
                 return false;
             }
             if (open < close) {
-                start = m_Text + open;
+                start = open;
                 length = static_cast<int>(close - open);
                 m_Position = close + 2;  // the ">" and the CR after it
                 return true;
@@ -51,26 +48,12 @@ public:
         return false;
     }
 
-    // Where the text begins that belongs to no record so far; past the end when there is none.
-    std::ptrdiff_t Position() const { return m_Position; }
+    // The length of the text at the end that belongs to no record so far.
+    std::ptrdiff_t Rest() const { return std::max<std::ptrdiff_t>(m_End - m_Position, 0); }
 
 private:
-    std::ptrdiff_t m_Find(char wanted) const {
-        const void* found =
-            std::memchr(m_Text + m_Position, wanted, static_cast<std::size_t>(m_Nul - m_Position));
-        return found == nullptr ? -1 : static_cast<const char*>(found) - m_Text;
-    }
-
-    void m_FindNul() {
-        const void* found =
-            std::memchr(m_Text + m_Position, '\0', static_cast<std::size_t>(m_Size - m_Position));
-        m_Nul = found == nullptr ? m_Size : static_cast<const char*>(found) - m_Text;
-    }
-
-    char* const m_Text;
-    const std::ptrdiff_t m_Size;
-    std::ptrdiff_t m_Position = 0;
-    std::ptrdiff_t m_Nul = 0;
+    char* m_Position;
+    char* const m_End;
 };
 
 }  // namespace
@@ -99,13 +82,14 @@ bool CZELThumbFlashCache::m_LoadThumbFile() {
             break;
         }
         const std::ptrdiff_t held = carried + static_cast<std::ptrdiff_t>(count);
+        pBuf[held] = '\0';
         RecordScan records(pBuf.get(), held);
         char* start = nullptr;
         int length = 0;
         while (records.Next(start, length)) {
             std::ignore = m_Parse(start, length);  // a bad record is logged there and passed over
         }
-        carried = std::max<std::ptrdiff_t>(held - records.Position(), 0);
+        carried = records.Rest();
         std::memmove(pBuf.get(), pBuf.get() + (held - carried), static_cast<std::size_t>(carried));
         readSize = nextReadSize - carried;
     }
@@ -154,20 +138,16 @@ bool CZELThumbFlashCache::m_ParseItem(char* pStart, int len) {
         return false;
     }
     CZELThumbFileCursor cursor(std::string_view(pStart + 1, static_cast<std::size_t>(len - 1)));
-    boost::intrusive_ptr<CZELFlashCacheItem> pItem(new CZELFlashCacheItem);
-    CZELFlashCacheItem& item = *pItem;
-    std::string_view text;
-    if (!cursor.Step("Path=\"") || !cursor.TakeUntil('"', text)) {
+    std::string_view path, url;
+    if (!cursor.Step("Path=\"") || !cursor.TakeUntil('"', path)) {
         ZEL_LOG_INFO("parseItem FolderPath failed\n");
         return false;
     }
-    item.Path = std::string(text);
     cursor.StepOne();
-    if (!cursor.Step("URL=\"") || !cursor.TakeUntil('"', text)) {
+    if (!cursor.Step("URL=\"") || !cursor.TakeUntil('"', url)) {
         ZEL_LOG_INFO("parseItem URL failed\n");
         return false;
     }
-    item.URL = std::string(text);
     cursor.StepOne();
     if (!cursor.Step("Size=")) {
         ZEL_LOG_INFO("parse Size failed###\n");
@@ -178,23 +158,26 @@ bool CZELThumbFlashCache::m_ParseItem(char* pStart, int len) {
         ZEL_LOG_INFO("parse Size failed\n");
         return false;
     }
-    item.Size = std::max(size, 0);
     if (!cursor.Step("Devicetype=")) {
         ZEL_LOG_INFO("parse folder path failed###\n");
         return false;
     }
-    text = cursor.Rest();
+    const std::string_view text = cursor.Rest();
     if (text.empty() || std::find(text.begin(), text.end(), '>') != text.end()) {
         ZEL_LOG_INFO("parse device type failed\n");
         return false;
     }
-    if (!ParseThumbFileDeviceType(text, item.Devicetype)) {
+    int type = 0;
+    if (!ParseThumbFileDeviceType(text, type)) {
         ZEL_LOG_INFO("unknown device type\n");
         return false;
     }
-    ZEL_LOG_INFO("path= %s ,URL= %s ,size=%ld", item.Path.c_str(), item.URL.c_str(), item.Size);
+    boost::intrusive_ptr<CZELFlashCacheItem> pItem(
+        new CZELFlashCacheItem(path, url, std::max(size, 0), type));
+    ZEL_LOG_INFO("path= %s ,URL= %s ,size=%ld", pItem->Path.c_str(), pItem->URL.c_str(),
+                 pItem->Size);
     m_ThumbItemList.push_back(std::move(pItem));
-    m_CacheSize = WrappingAdd(m_CacheSize, item.Size);
+    m_CacheSize = WrappingAdd(m_CacheSize, m_ThumbItemList.back()->Size);
     ZEL_LOG_INFO("m_ParseItem success###\n");
     return true;
 }
@@ -210,40 +193,39 @@ bool CZELThumbFlashCache::m_ParseFolderItem(char* pStart, int len) {
         return false;
     }
     CZELThumbFileCursor cursor(std::string_view(pStart + 1, static_cast<std::size_t>(len - 1)));
-    boost::intrusive_ptr<CZELFlashCacheFolderItem> pFolder(new CZELFlashCacheFolderItem);
-    CZELFlashCacheFolderItem& folder = *pFolder;
-    std::string_view text;
-    if (!cursor.Step("Sid=\"") || !cursor.TakeUntil('"', text)) {
+    std::string_view id, path;
+    if (!cursor.Step("Sid=\"") || !cursor.TakeUntil('"', id)) {
         ZEL_LOG_INFO("m_ParseFolderItem Sid failed\n");
         return false;
     }
-    folder.Sid = std::string(text);
     cursor.StepOne();
     if (!cursor.Step("Path=\"")) {
         ZEL_LOG_INFO("parse folder path failed###\n");
         return false;
     }
-    if (!cursor.TakeUntil('"', text)) {
+    if (!cursor.TakeUntil('"', path)) {
         ZEL_LOG_INFO("parse folder path failed\n");
         return false;
     }
-    folder.Path = std::string(text);
     cursor.StepOne();
     if (!cursor.Step("Devicetype=")) {
         ZEL_LOG_INFO("parse folder path failed###\n");
         return false;
     }
-    text = cursor.Rest();
+    const std::string_view text = cursor.Rest();
     if (text.empty() || std::find(text.begin(), text.end(), '>') != text.end()) {
         ZEL_LOG_INFO("parse folder path failed\n");
         return false;
     }
-    if (!ParseThumbFileDeviceType(text, folder.Devicetype)) {
+    int type = 0;
+    if (!ParseThumbFileDeviceType(text, type)) {
         ZEL_LOG_INFO("unknown device type\n");
         return false;
     }
-    ZEL_LOG_INFO("id= %s ,path= %s ,devicetype=%d", folder.Sid.c_str(), folder.Path.c_str(),
-                 folder.Devicetype);
+    boost::intrusive_ptr<CZELFlashCacheFolderItem> pFolder(
+        new CZELFlashCacheFolderItem(id, path, type));
+    ZEL_LOG_INFO("id= %s ,path= %s ,devicetype=%d", pFolder->Sid.c_str(), pFolder->Path.c_str(),
+                 pFolder->Devicetype);
     m_ThumbFolderList.push_back(std::move(pFolder));
     ZEL_LOG_INFO("m_ParseFolderItem success###\n");
     return true;
