@@ -51,8 +51,8 @@ std::string Records(const Engine& engine) {
     std::string text;
     const auto append = [&](const auto& list) {
         for (const auto& entry : list) {
-            const CZELThumbFileRecord record(*entry);
-            text += record.Fits() ? record.Text() : std::string_view();
+            char record[thumbFileRecordMaxLength];
+            text.append(record, FormatThumbFileRecord(*entry, record));
         }
     };
     append(engine.m_ThumbFolderList);

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 #include <tuple>
 
 namespace {
@@ -77,16 +78,11 @@ void CZELReplacementFile::m_OpenTemporary() {
     }
 }
 
-bool CZELReplacementFile::Append(std::string_view text) {
-    while (!text.empty()) {
-        if (m_Buffered == bufferSize && !m_Flush()) {
-            return false;
-        }
-        const std::size_t part = text.copy(m_Buffer.get() + m_Buffered, bufferSize - m_Buffered);
-        m_Buffered += part;
-        text.remove_prefix(part);
+char* CZELReplacementFile::Reserve(std::size_t size) {
+    if (bufferSize - m_Buffered < size && !m_Flush()) {
+        return nullptr;
     }
-    return true;
+    return m_Buffer.get() + m_Buffered;
 }
 
 bool CZELReplacementFile::m_Flush() {

@@ -10,7 +10,6 @@
 #include <cstddef>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "file_descriptor.h"
@@ -44,9 +43,15 @@ public:
      */
     bool Open();
 
-    /** Adds to the text; false when the device is full or fails. Only after Open() has succeeded.
+    /**
+     * Makes room for the next piece of the text. Only after Open() has succeeded.
+     * @param size  of at most 256 KiB
+     * @return where the piece is to be written; null when the device is full or fails
      */
-    bool Append(std::string_view text);
+    char* Reserve(std::size_t size);
+
+    /** Adds to the text what was written to the place that was reserved last, or a part of it. */
+    void Append(std::size_t size) { m_Buffered += size; }
 
     /** Publishes the text; false when the device is full or fails. Once, after the last Append().
      */

@@ -1,44 +1,66 @@
 #include "thumb_file_record.h"
 
+#include <array>
 #include <charconv>
 
 #include "size_arithmetic.h"
 
-CZELThumbFileRecord::CZELThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item) {
-    m_Add("<Type=0,Path=\"");
-    m_Add(item.Path.c_str());
-    m_Add("\",URL=\"");
-    m_Add(item.URL.c_str());
-    m_Add("\",Size=");
-    m_Add(item.Size);
-    m_Add(",Devicetype=");
-    m_Add(item.Devicetype);
-    m_Add(">\r\n");
-}
+namespace {
 
-CZELThumbFileRecord::CZELThumbFileRecord(
-    const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder) {
-    m_Add("<Type=1,Sid=\"");
-    m_Add(folder.Sid.c_str());
-    m_Add("\",Path=\"");
-    m_Add(folder.Path.c_str());
-    m_Add("\",Devicetype=");
-    m_Add(folder.Devicetype);
-    m_Add(">\r\n");
-}
+// Puts the pieces of a record one behind the other.
+class RecordText {
+public:
+    explicit RecordText(char* text) : m_Text(text) {}
 
-void CZELThumbFileRecord::m_Add(std::string_view text) {
-    if (text.size() > m_Text.size() - m_Length) {
-        m_bTooLong = true;
-        return;
+    void Add(std::string_view piece) {
+        if (piece.size() > thumbFileRecordMaxLength - m_Length) {
+            m_bTooLong = true;
+            return;
+        }
+        m_Length += piece.copy(m_Text + m_Length, piece.size());
     }
-    m_Length += text.copy(m_Text.data() + m_Length, text.size());
+
+    void Add(long number) {
+        std::array<char, 24> digits;
+        const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
+        Add(std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data())));
+    }
+
+    std::size_t Length() const { return m_bTooLong ? 0 : m_Length; }
+
+private:
+    char* const m_Text;
+    std::size_t m_Length = 0;
+    bool m_bTooLong = false;
+};
+
+}  // namespace
+
+std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item, char* text) {
+    RecordText record(text);
+    record.Add("<Type=0,Path=\"");
+    record.Add(item.Path.c_str());
+    record.Add("\",URL=\"");
+    record.Add(item.URL.c_str());
+    record.Add("\",Size=");
+    record.Add(item.Size);
+    record.Add(",Devicetype=");
+    record.Add(item.Devicetype);
+    record.Add(">\r\n");
+    return record.Length();
 }
 
-void CZELThumbFileRecord::m_Add(long number) {
-    std::array<char, 24> digits;
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-    m_Add(std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data())));
+std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder,
+                                  char* text) {
+    RecordText record(text);
+    record.Add("<Type=1,Sid=\"");
+    record.Add(folder.Sid.c_str());
+    record.Add("\",Path=\"");
+    record.Add(folder.Path.c_str());
+    record.Add("\",Devicetype=");
+    record.Add(folder.Devicetype);
+    record.Add(">\r\n");
+    return record.Length();
 }
 
 bool CZELThumbFileCursor::TakeNumber(char end, int& number) {

@@ -16,34 +16,22 @@
 #ifndef ZEL_THUMB_FILE_RECORD_H
 #define ZEL_THUMB_FILE_RECORD_H
 
-#include <array>
 #include <cstddef>
 #include <string_view>
 
 #include "zel_thumbnail_flash_cache_internal.h"
 
-/** The text of one record, CR LF included. */
-class CZELThumbFileRecord {
-public:
-    static constexpr std::size_t maxLength = 1023;
+/** The most bytes of a record, CR LF included. */
+constexpr std::size_t thumbFileRecordMaxLength = 1023;
 
-    explicit CZELThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item);
-    explicit CZELThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder);
-
-    /** Whether the record is short enough for the file. */
-    bool Fits() const { return !m_bTooLong; }
-
-    /** The record, whole; only when it fits. Valid as long as this object. */
-    std::string_view Text() const { return {m_Text.data(), m_Length}; }
-
-private:
-    void m_Add(std::string_view text);
-    void m_Add(long number);
-
-    std::array<char, maxLength> m_Text;
-    std::size_t m_Length = 0;
-    bool m_bTooLong = false;
-};
+/**
+ * Writes the record of a thumbnail or of a folder, CR LF included.
+ * @param text  receives it; has room for thumbFileRecordMaxLength bytes
+ * @return its length, or 0 when it is too long for the file
+ */
+std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item, char* text);
+std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder,
+                                  char* text);
 
 /**
  * Reads the text of a record from left to right. Looks at nothing but the text it is given, which

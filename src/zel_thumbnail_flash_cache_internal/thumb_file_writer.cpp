@@ -113,25 +113,31 @@ bool CZELThumbFlashCache::m_RefreshThumbFile() try {
             ZEL_LOG_INFO("strSid or strPath is empty###\n");
             continue;
         }
-        const CZELThumbFileRecord record(*folder);
-        if (!record.Fits()) {
-            ZEL_LOG_INFO("m_RefreshThumbFile folder record is too long\n");
-        } else if (!file.Append(record.Text())) {
+        char* const text = file.Reserve(thumbFileRecordMaxLength);
+        if (text == nullptr) {
             ZEL_LOG_INFO("m_RefreshThumbFile fwrite failed...\n");
             return true;
         }
+        const std::size_t length = FormatThumbFileRecord(*folder, text);
+        if (length == 0) {
+            ZEL_LOG_INFO("m_RefreshThumbFile folder record is too long\n");
+        }
+        file.Append(length);
     }
     for (const auto& item : m_ThumbItemList) {
         if (item->Path.empty()) {
             continue;
         }
-        const CZELThumbFileRecord record(*item);
-        if (!record.Fits()) {
-            ZEL_LOG_INFO("m_RefreshThumbFile thumbnail record is too long\n");
-        } else if (!file.Append(record.Text())) {
+        char* const text = file.Reserve(thumbFileRecordMaxLength);
+        if (text == nullptr) {
             ZEL_LOG_INFO("m_AddItemToThumbFile fwrite failed...\n");
             return true;
         }
+        const std::size_t length = FormatThumbFileRecord(*item, text);
+        if (length == 0) {
+            ZEL_LOG_INFO("m_RefreshThumbFile thumbnail record is too long\n");
+        }
+        file.Append(length);
     }
     if (!file.Commit()) {
         ZEL_LOG_INFO("m_RefreshThumbFile fwrite failed...\n");
@@ -152,12 +158,13 @@ bool CZELThumbFlashCache::m_AddItemToThumbFile(
         ZEL_LOG_INFO("m_AddItemToThumbFile strPath is empty or Size < 0\n");
         return false;
     }
-    const CZELThumbFileRecord record(*pThumbItem);
-    if (!record.Fits()) {
+    std::array<char, thumbFileRecordMaxLength> text;
+    const std::string_view record(text.data(), FormatThumbFileRecord(*pThumbItem, text.data()));
+    if (record.empty()) {
         ZEL_LOG_INFO("m_AddItemToThumbFile record is too long\n");
         return false;
     }
-    const AppendResult result = m_AppendRecord(record.Text());
+    const AppendResult result = m_AppendRecord(record);
     if (result == AppendResult::NotOpened) {
         ZEL_LOG_INFO("Failed to create %s\tfile.\n", m_strCachePath.c_str());
         return false;
@@ -178,12 +185,14 @@ bool CZELThumbFlashCache::m_AddFolderItemToThumbFile(
         ZEL_LOG_INFO("m_AddFolderItemToThumbFile strSid or strPath is empty\n");
         return false;
     }
-    const CZELThumbFileRecord record(*pThumbFolderItem);
-    if (!record.Fits()) {
+    std::array<char, thumbFileRecordMaxLength> text;
+    const std::string_view record(text.data(),
+                                  FormatThumbFileRecord(*pThumbFolderItem, text.data()));
+    if (record.empty()) {
         ZEL_LOG_INFO("m_AddFolderItemToThumbFile record is too long\n");
         return false;
     }
-    const AppendResult result = m_AppendRecord(record.Text());
+    const AppendResult result = m_AppendRecord(record);
     if (result == AppendResult::NotOpened) {
         ZEL_LOG_INFO("Failed to create %s\tfile.\n", m_strCachePath.c_str());
         return false;
