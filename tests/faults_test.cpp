@@ -1,6 +1,7 @@
 // Every call to the system, and every allocation, that a piece of work makes fails once.
 #include <dirent.h>
 #include <sys/resource.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 
 #include <csignal>
@@ -13,14 +14,19 @@
 struct Faults {
     int first = 0;  // 0: none
     bool all = false;
+    bool noRename = false;  // besides, the directory refuses it
     int calls = 0;
     bool removalFailed = false;
 
     bool Hit(const char* call) {
-        if (first == 0 || InPlatform::active || ++calls < first || (calls > first && !all))
+        if (first == 0 || InPlatform::active)
             return false;
-        constexpr std::string_view removing[] = {"remove", "unlinkat", "access", "openat",
-                                                 "fdopendir"};
+        if (noRename && call == std::string_view("rename"))
+            return errno = EPERM, true;
+        if (++calls < first || (calls > first && !all))
+            return false;
+        constexpr std::string_view removing[] = {"remove", "unlinkat",  "access",
+                                                 "openat", "fdopendir", "renameat"};
         removalFailed |=
             all || std::find(std::begin(removing), std::end(removing), call) != std::end(removing);
         errno = EIO;
@@ -45,6 +51,9 @@ WRAP(int, ftruncate, -1, (int file, off_t size), file, size)
 WRAP(int, fdatasync, -1, (int file), file)
 WRAP(int, close, (__real_close(file), -1), (int file), file)
 WRAP(int, rename, -1, (const char* from, const char* to), from, to)
+WRAP(int, renameat, -1, (int from, const char* old, int to, const char* name), from, old, to, name)
+WRAP(ssize_t, sendfile, -1, (int to, int from, off_t* at, size_t size), to, from, at, size)
+WRAP(int, mkdir, -1, (const char* path, mode_t mode), path, mode)
 WRAP(int, stat, -1, (const char* path, struct stat* status), path, status)
 WRAP(int, fstat, -1, (int file, struct stat* status), file, status)
 WRAP(int, access, -1, (const char* path, int mode), path, mode)
@@ -57,10 +66,11 @@ WRAP(FILE*, fopencookie, nullptr, (void* cookie, const char* mode, cookie_io_fun
 WRAP(size_t, fwrite, 0, (const void* d, size_t s, size_t n, FILE* file), d, s, n, file)
 WRAP(int, fflush, -1, (FILE * file), file)
 WRAP(int, fclose, (__real_fclose(file), -1), (FILE * file), file)
+WRAP(void*, malloc, nullptr, (size_t size), size)
 
 // Allocations fail like calls.
 [[gnu::noinline]] void* operator new(size_t size) {
-    void* memory = faults.Hit("new") ? nullptr : std::malloc(size);
+    void* memory = malloc(size);
     return memory == nullptr ? throw std::bad_alloc() : memory;
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
@@ -90,7 +100,8 @@ struct Faulty : CacheTest {
     }
     // Runs the work with one fault after the other until it meets none, and checks after each.
     void FailEach(std::function<void()> prepare, std::function<void()> work,
-                  const std::set<std::string>& mustStay = {"$/d0/a", "$/d0/b"}) {
+                  const std::set<std::string>& mustStay = {"$/d0/a", "$/d0/b"},
+                  bool noRename = false) {
         for (const bool all : {false, true}) {
             Faults met;
             int first = 0;
@@ -98,7 +109,7 @@ struct Faulty : CacheTest {
                 SCOPED_TRACE(std::to_string(++first) + (all ? " and all that follow" : ""));
                 Build();
                 prepare();
-                faults = {first, all};
+                faults = {first, all, noRename};
                 work();
                 met = std::exchange(faults, {});
                 Check(mustStay, met.removalFailed);
@@ -137,11 +148,20 @@ TEST_F(Faulty, savesIntoOldAndNewFoldersAndIntoAFullCache) {
             item->Size = ZEL_FLASH_CACHE_MAX / 2;
         engine->m_CacheSize = ZEL_FLASH_CACHE_MAX;
     };
-    FailEach(fill, Saving("d0/new"), {"$/d0/b"});
+    for (const bool noRename : {false, true})
+        FailEach(fill, Saving("d0/new"), {"$/d0/b"}, noRename);
 }
 
 TEST_F(Faulty, startsAndRemovals) {
-    FailEach([] {}, [this] { std::ignore = engine->m_Create() && engine->m_RefreshThumbFile(); });
+    const auto deepen = [this] {
+        std::string path = root + "/d1";
+        for (int level = 0; level < 34; ++level)
+            fs::create_directory(path += "/x");
+    };
+    FailEach(deepen, [this, folder = root + "/d2"] {
+        std::ignore = engine->m_Create() && engine->m_RefreshThumbFile();
+        std::ignore = engine->CreateDir(folder.c_str());
+    });
     const auto start = [this] {
         platform.database.push_back({"/opt/storage/usb/sda1", "d1"});
         Start();

@@ -75,6 +75,15 @@ TEST_F(ThumbFileWriting, firstAppendEndsATornRecordAndCutsOffZeros) {
     }
 }
 
+TEST_F(ThumbFileWriting, rewriteDropsWhatOnlyAnotherProcessKnows) {
+    Engine other;
+    other.m_strCachePath = index;
+    EXPECT_TRUE(engine->m_AddItemToThumbFile(&Item()) && other.m_AddItemToThumbFile(&Item()));
+    EXPECT_EQ(Read(), item + item);
+    EXPECT_TRUE(other.m_RefreshThumbFile());
+    EXPECT_EQ(Read(), "");
+}
+
 TEST_F(ThumbFileWriting, rewriteKeepsLinkModeAndOwnerAndNoTemporaryFile) {
     const std::string target = Write("target", "old");
     const uid_t owner = geteuid() == 0 ? 65534 : geteuid();
