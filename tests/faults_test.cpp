@@ -25,10 +25,8 @@ struct Faults {
             return errno = EPERM, true;
         if (++calls < first || (calls > first && !all))
             return false;
-        constexpr std::string_view removing[] = {"remove", "unlinkat",  "access",
-                                                 "openat", "fdopendir", "renameat"};
-        removalFailed |=
-            all || std::find(std::begin(removing), std::end(removing), call) != std::end(removing);
+        constexpr std::string_view removing = " remove unlinkat access openat fdopendir renameat ";
+        removalFailed |= all || removing.find(call) != removing.npos;
         errno = EIO;
         return true;
     }

@@ -59,11 +59,6 @@ TEST_F(Loading, refusedRecordsSayWhichFieldAndCostOnlyThemselves) {
         EXPECT_EQ(Load(a + record + "\r\n" + x), " x a") << record;
         EXPECT_THAT(Log(), HasSubstr("~|I " + message + "|I m_ParseFolderItem ~|I id= x"));
     }
-    char frame[] = "x,y>";
-    for (const auto parse : {&Engine::m_Parse, &Engine::m_ParseItem, &Engine::m_ParseFolderItem})
-        EXPECT_FALSE((*engine.*parse)(nullptr, 3) || (*engine.*parse)(frame, 3) ||
-                     (*engine.*parse)(frame + 1, 1));
-    EXPECT_THAT(Log(), EndsWith("|I m_ParseFolderItem ~|I pStart or pStart+len unvalid failed~"));
 }
 
 TEST_F(Loading, damageCostsTheDamagedRecordsOnly) {

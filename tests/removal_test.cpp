@@ -94,5 +94,7 @@ TEST_F(Removal, storagesComeAndGoWhileFourThreadsSaveAndTheEngineStarts) {
         for (const char* path : {"s0", "s1", "s2", "s3"})
             SendEvent(2, (std::string("/opt/storage/usb/") + path).c_str());
     }
+    SaveOnThreads(8, 25).clear();
+    EXPECT_GE(engine->m_ThumbItemList.size(), 200U);
     ExpectLeft(Content(*engine));
 }

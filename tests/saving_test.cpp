@@ -119,9 +119,3 @@ TEST_F(Saving, theOldestGoWhenTheCeilingIsPassed) {
     ASSERT_TRUE(Save("dev0/d.jpg"));  // all are not enough: the save goes on
     EXPECT_EQ(Content(*engine), " dev0 $/dev0/d.jpg");
 }
-
-TEST_F(Saving, savesOfEightThreadsAreAllKept) {
-    SaveOnThreads(8, 25).clear();
-    EXPECT_EQ(engine->m_ThumbItemList.size(), 200U);
-    ExpectLeft(Content(*engine));
-}
