@@ -37,6 +37,9 @@
  * Devices that go while the cache runs: their thumbnails are deleted at the next start, or at once
  * where the program that hosts the library hands the platform's storage events to the engine.
  *
+ * Stack: a save uses about 28 KiB of the calling thread's stack, and the platform's log what it
+ * needs.
+ *
  * One process at a time uses one thumb file. After a fork the child makes no call.
  *
  * Signals: a write beyond a limit on the size of files (SIGXFSZ) or into a pipe without a reader

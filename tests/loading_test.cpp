@@ -102,8 +102,10 @@ TEST_F(Loading, recordsThatStraddleAChunkAreWhole) {
 
 TEST_F(Loading, aLargeIndexIsRewrittenByteForByte) {
     std::string folders, items;
-    for (int number = 0; number < 100000; ++number)
-        items += ItemRecord("/c/d, <\n\xff/" + std::to_string(number), number % 500, number % 2);
+    for (int number = 0; number < 50000; ++number)
+        items += ItemRecord(
+            "/c/d, <\n\xff/" + std::string(number % 9 * 100, 'n') + std::to_string(number),
+            number % 500, number % 2);
     for (int number = 0; number < 1000; ++number)
         folders += FolderRecord("/c/" + std::to_string(number), number % 2);
     Load(folders + items);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -12,24 +13,32 @@ namespace {
 
 constexpr mode_t newFileMode = 0666;
 
-ssize_t WriteToDescriptor(void* descriptor, const char* text, std::size_t size) {
-    return static_cast<ssize_t>(static_cast<CZELFileDescriptor*>(descriptor)->Write({text, size}));
+// Removes what a descriptor was opened for, if it is a regular file; behind a link the file, not
+// the link.
+void RemoveFile(int descriptor, const char* filename) {
+    struct stat status {};
+    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+        const std::unique_ptr<char, decltype(&std::free)> target(realpath(filename, nullptr),
+                                                                 &std::free);
+        // A file that cannot be removed stays; the caller has learnt that it is of no use.
+        std::ignore = std::remove(target ? target.get() : filename);
+    }
 }
 
 }  // namespace
 
-CZELImageFile::CZELImageFile(const char* filename)
-    : m_Filename(filename),
-      // Without O_NONBLOCK a named pipe that nobody reads would stop every save here.
-      m_Descriptor(
-          open(filename, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, newFileMode)) {
-    if (!m_Descriptor.IsOpen()) {
+CZELImageFile::CZELImageFile(const char* filename) : m_Filename(filename) {
+    // Without O_NONBLOCK a named pipe that nobody reads would stop every save here.
+    const int descriptor =
+        open(filename, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, newFileMode);
+    if (descriptor < 0) {
         return;
     }
-    m_pStream = fopencookie(&m_Descriptor, "wb", {nullptr, WriteToDescriptor, nullptr, nullptr});
+    m_pStream = fdopen(descriptor, "wb");
     if (m_pStream == nullptr) {
         const int error = errno;
-        Remove();
+        RemoveFile(descriptor, filename);
+        std::ignore = close(descriptor);  // nothing was written
         errno = error;
         return;
     }
@@ -43,12 +52,4 @@ CZELImageFile::~CZELImageFile() {
     }
 }
 
-void CZELImageFile::Remove() {
-    struct stat status {};
-    if (fstat(m_Descriptor.Get(), &status) == 0 && S_ISREG(status.st_mode)) {
-        const std::unique_ptr<char, decltype(&std::free)> target(realpath(m_Filename, nullptr),
-                                                                 &std::free);
-        // A file that cannot be removed stays; the caller has learnt that it is of no use.
-        std::ignore = std::remove(target ? target.get() : m_Filename);
-    }
-}
+void CZELImageFile::Remove() { RemoveFile(fileno(m_pStream), m_Filename); }

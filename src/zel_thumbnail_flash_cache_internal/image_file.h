@@ -8,8 +8,6 @@
 #include <array>
 #include <cstdio>
 
-#include "file_descriptor.h"
-
 /**
  * A stream into an image file, new or emptied, that writes the file in few large pieces. It takes
  * some 16 KiB of the stack. An object that is destroyed keeps what was written. Not for use by
@@ -29,13 +27,12 @@ public:
 
     /**
      * Removes a file that cannot be completed. Only a regular file goes, never a device node;
-     * behind a link it is the file that was begun, not the link.
+     * behind a link it is the file that was begun, not the link. Only with a stream.
      */
     void Remove();
 
 private:
     const char* const m_Filename;
-    CZELFileDescriptor m_Descriptor;
     std::array<char, 16384> m_Buffer;
     std::FILE* m_pStream = nullptr;
 };

@@ -43,7 +43,7 @@ CZELReplacementFile::~CZELReplacementFile() {
 }
 
 bool CZELReplacementFile::Open() {
-    m_Buffer.reset(new char[bufferSize]);
+    m_Buffer.reset(new char[bufferSize + maxPiece]);
     // Without O_NONBLOCK a named pipe that nobody reads would stop the process here.
     m_Old = CZELFileDescriptor(
         open(m_Path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC, newFileMode));
@@ -78,11 +78,9 @@ void CZELReplacementFile::m_OpenTemporary() {
     }
 }
 
-char* CZELReplacementFile::Reserve(std::size_t size) {
-    if (bufferSize - m_Buffered < size && !m_Flush()) {
-        return nullptr;
-    }
-    return m_Buffer.get() + m_Buffered;
+bool CZELReplacementFile::Append(std::size_t size) {
+    m_Buffered += size;
+    return m_Buffered <= bufferSize || m_Flush();
 }
 
 bool CZELReplacementFile::m_Flush() {

@@ -43,15 +43,14 @@ public:
      */
     bool Open();
 
-    /**
-     * Makes room for the next piece of the text. Only after Open() has succeeded.
-     * @param size  of at most 256 KiB
-     * @return where the piece is to be written; null when the device is full or fails
-     */
-    char* Reserve(std::size_t size);
+    static constexpr std::size_t maxPiece = 4096;
 
-    /** Adds to the text what was written to the place that was reserved last, or a part of it. */
-    void Append(std::size_t size) { m_Buffered += size; }
+    /** Where the next piece of the text is to be put, of at most maxPiece bytes. Only after Open()
+     * has succeeded. */
+    char* Room() { return m_Buffer.get() + m_Buffered; }
+
+    /** Adds the piece of that size to the text; false when the device is full or fails. */
+    bool Append(std::size_t size);
 
     /** Publishes the text; false when the device is full or fails. Once, after the last Append().
      */

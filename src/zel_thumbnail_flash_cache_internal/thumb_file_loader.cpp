@@ -23,22 +23,25 @@ constexpr std::ptrdiff_t bufferSize = 1048577;
 constexpr std::ptrdiff_t firstReadSize = 1048576;
 constexpr std::ptrdiff_t nextReadSize = 1048575;
 
-// Finds the records in a text that ends with a NUL. Text that belongs to no record is passed over;
-// a NUL before the end hides what follows, unless it stands right after a record and is skipped.
+// Finds the records in a buffer. Text that belongs to no record is passed over; a NUL ends the text
+// from the moment that a search meets it.
 class RecordScan {
 public:
-    RecordScan(char* text, std::ptrdiff_t size) : m_Position(text), m_End(text + size) {}
+    RecordScan(char* text, std::ptrdiff_t size) : m_Text(text), m_Size(size) { m_FindNul(); }
 
     // The next record, from its "<" to its ">"; false when there is none that is complete.
     bool Next(char*& start, int& length) {
-        while (m_Position < m_End) {
-            char* const open = std::strchr(m_Position, '<');
-            char* const close = open == nullptr ? nullptr : std::strchr(m_Position, '>');
-            if (close == nullptr) {
+        while (m_Position < m_Size) {
+            if (m_Nul < m_Position) {
+                m_FindNul();
+            }
+            const std::ptrdiff_t open = m_Find('<');
+            const std::ptrdiff_t close = open < 0 ? -1 : m_Find('>');
+            if (close < 0) {
                 return false;
             }
             if (open < close) {
-                start = open;
+                start = m_Text + open;
                 length = static_cast<int>(close - open);
                 m_Position = close + 2;  // the ">" and the CR after it
                 return true;
@@ -48,12 +51,26 @@ public:
         return false;
     }
 
-    // The length of the text at the end that belongs to no record so far.
-    std::ptrdiff_t Rest() const { return std::max<std::ptrdiff_t>(m_End - m_Position, 0); }
+    // Where the text begins that belongs to no record so far; past the end when there is none.
+    std::ptrdiff_t Position() const { return m_Position; }
 
 private:
-    char* m_Position;
-    char* const m_End;
+    std::ptrdiff_t m_Find(char wanted) const {
+        const void* found =
+            std::memchr(m_Text + m_Position, wanted, static_cast<std::size_t>(m_Nul - m_Position));
+        return found == nullptr ? -1 : static_cast<const char*>(found) - m_Text;
+    }
+
+    void m_FindNul() {
+        const void* found =
+            std::memchr(m_Text + m_Position, '\0', static_cast<std::size_t>(m_Size - m_Position));
+        m_Nul = found == nullptr ? m_Size : static_cast<const char*>(found) - m_Text;
+    }
+
+    char* const m_Text;
+    const std::ptrdiff_t m_Size;
+    std::ptrdiff_t m_Position = 0;
+    std::ptrdiff_t m_Nul = 0;
 };
 
 }  // namespace
@@ -82,14 +99,13 @@ bool CZELThumbFlashCache::m_LoadThumbFile() {
             break;
         }
         const std::ptrdiff_t held = carried + static_cast<std::ptrdiff_t>(count);
-        pBuf[held] = '\0';
         RecordScan records(pBuf.get(), held);
         char* start = nullptr;
         int length = 0;
         while (records.Next(start, length)) {
             std::ignore = m_Parse(start, length);  // a bad record is logged there and passed over
         }
-        carried = records.Rest();
+        carried = std::max<std::ptrdiff_t>(held - records.Position(), 0);
         std::memmove(pBuf.get(), pBuf.get() + (held - carried), static_cast<std::size_t>(carried));
         readSize = nextReadSize - carried;
     }

@@ -18,6 +18,8 @@ namespace {
 
 constexpr mode_t newFileMode = 0666;
 
+static_assert(thumbFileRecordMaxLength <= CZELReplacementFile::maxPiece);
+
 // Cuts off the zero bytes at the end of a file, which a power failure may leave in place of what
 // was written last, and behind which the loader would see nothing. False when that fails.
 bool CutZeros(const CZELFileDescriptor& file, off_t& size) {
@@ -113,31 +115,25 @@ bool CZELThumbFlashCache::m_RefreshThumbFile() try {
             ZEL_LOG_INFO("strSid or strPath is empty###\n");
             continue;
         }
-        char* const text = file.Reserve(thumbFileRecordMaxLength);
-        if (text == nullptr) {
+        const std::size_t length = FormatThumbFileRecord(*folder, file.Room());
+        if (length == 0) {
+            ZEL_LOG_INFO("m_RefreshThumbFile folder record is too long\n");
+        } else if (!file.Append(length)) {
             ZEL_LOG_INFO("m_RefreshThumbFile fwrite failed...\n");
             return true;
         }
-        const std::size_t length = FormatThumbFileRecord(*folder, text);
-        if (length == 0) {
-            ZEL_LOG_INFO("m_RefreshThumbFile folder record is too long\n");
-        }
-        file.Append(length);
     }
     for (const auto& item : m_ThumbItemList) {
         if (item->Path.empty()) {
             continue;
         }
-        char* const text = file.Reserve(thumbFileRecordMaxLength);
-        if (text == nullptr) {
+        const std::size_t length = FormatThumbFileRecord(*item, file.Room());
+        if (length == 0) {
+            ZEL_LOG_INFO("m_RefreshThumbFile thumbnail record is too long\n");
+        } else if (!file.Append(length)) {
             ZEL_LOG_INFO("m_AddItemToThumbFile fwrite failed...\n");
             return true;
         }
-        const std::size_t length = FormatThumbFileRecord(*item, text);
-        if (length == 0) {
-            ZEL_LOG_INFO("m_RefreshThumbFile thumbnail record is too long\n");
-        }
-        file.Append(length);
     }
     if (!file.Commit()) {
         ZEL_LOG_INFO("m_RefreshThumbFile fwrite failed...\n");
