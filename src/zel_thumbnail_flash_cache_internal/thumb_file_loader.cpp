@@ -27,17 +27,14 @@ constexpr std::ptrdiff_t nextReadSize = 1048575;
 // from the moment that a search meets it.
 class RecordScan {
 public:
-    RecordScan(char* text, std::ptrdiff_t size) : m_Text(text), m_Size(size) { m_FindNul(); }
+    RecordScan(char* text, std::ptrdiff_t size) : m_Text(text), m_Size(size) {}
 
     // The next record, from its "<" to its ">"; false when there is none that is complete.
     bool Next(char*& start, int& length) {
         while (m_Position < m_Size) {
-            if (m_Nul < m_Position) {
-                m_FindNul();
-            }
-            const std::ptrdiff_t open = m_Find('<');
-            const std::ptrdiff_t close = open < 0 ? -1 : m_Find('>');
-            if (close < 0) {
+            const std::ptrdiff_t open = m_Find('<', m_Size);
+            const std::ptrdiff_t close = open < 0 ? -1 : m_Find('>', m_Size);
+            if (close < 0 || m_Find('\0', std::max(open, close)) >= 0) {
                 return false;
             }
             if (open < close) {
@@ -55,22 +52,15 @@ public:
     std::ptrdiff_t Position() const { return m_Position; }
 
 private:
-    std::ptrdiff_t m_Find(char wanted) const {
+    std::ptrdiff_t m_Find(char wanted, std::ptrdiff_t end) const {
         const void* found =
-            std::memchr(m_Text + m_Position, wanted, static_cast<std::size_t>(m_Nul - m_Position));
+            std::memchr(m_Text + m_Position, wanted, static_cast<std::size_t>(end - m_Position));
         return found == nullptr ? -1 : static_cast<const char*>(found) - m_Text;
-    }
-
-    void m_FindNul() {
-        const void* found =
-            std::memchr(m_Text + m_Position, '\0', static_cast<std::size_t>(m_Size - m_Position));
-        m_Nul = found == nullptr ? m_Size : static_cast<const char*>(found) - m_Text;
     }
 
     char* const m_Text;
     const std::ptrdiff_t m_Size;
     std::ptrdiff_t m_Position = 0;
-    std::ptrdiff_t m_Nul = 0;
 };
 
 }  // namespace

@@ -5,62 +5,48 @@
 
 #include "size_arithmetic.h"
 
+using namespace std::string_view_literals;
+
 namespace {
 
-// Puts the pieces of a record one behind the other.
-class RecordText {
+// The text of a number.
+class Digits {
 public:
-    explicit RecordText(char* text) : m_Text(text) {}
-
-    void Add(std::string_view piece) {
-        if (piece.size() > thumbFileRecordMaxLength - m_Length) {
-            m_bTooLong = true;
-            return;
-        }
-        m_Length += piece.copy(m_Text + m_Length, piece.size());
+    explicit Digits(long number) {
+        const auto end = std::to_chars(m_Text.data(), m_Text.data() + m_Text.size(), number).ptr;
+        m_Length = static_cast<std::size_t>(end - m_Text.data());
     }
-
-    void Add(long number) {
-        std::array<char, 24> digits;
-        const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
-        Add(std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data())));
-    }
-
-    std::size_t Length() const { return m_bTooLong ? 0 : m_Length; }
+    operator std::string_view() const { return {m_Text.data(), m_Length}; }
 
 private:
-    char* const m_Text;
-    std::size_t m_Length = 0;
-    bool m_bTooLong = false;
+    std::array<char, 24> m_Text;
+    std::size_t m_Length;
 };
+
+// Puts the pieces of a record one behind the other. The length is checked once, and the pieces that
+// are constant are copied without a call: a rewrite formats every record there is.
+template <class... Pieces>
+std::size_t Join(char* text, const Pieces&... pieces) {
+    const std::size_t length = (... + std::string_view(pieces).size());
+    if (length > thumbFileRecordMaxLength) {
+        return 0;
+    }
+    const auto put = [&text](std::string_view piece) { text += piece.copy(text, piece.size()); };
+    (put(pieces), ...);
+    return length;
+}
 
 }  // namespace
 
 std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item, char* text) {
-    RecordText record(text);
-    record.Add("<Type=0,Path=\"");
-    record.Add(item.Path.c_str());
-    record.Add("\",URL=\"");
-    record.Add(item.URL.c_str());
-    record.Add("\",Size=");
-    record.Add(item.Size);
-    record.Add(",Devicetype=");
-    record.Add(item.Devicetype);
-    record.Add(">\r\n");
-    return record.Length();
+    return Join(text, "<Type=0,Path=\""sv, item.Path, "\",URL=\""sv, item.URL, "\",Size="sv,
+                Digits(item.Size), ",Devicetype="sv, Digits(item.Devicetype), ">\r\n"sv);
 }
 
 std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder,
                                   char* text) {
-    RecordText record(text);
-    record.Add("<Type=1,Sid=\"");
-    record.Add(folder.Sid.c_str());
-    record.Add("\",Path=\"");
-    record.Add(folder.Path.c_str());
-    record.Add("\",Devicetype=");
-    record.Add(folder.Devicetype);
-    record.Add(">\r\n");
-    return record.Length();
+    return Join(text, "<Type=1,Sid=\""sv, folder.Sid, "\",Path=\""sv, folder.Path,
+                "\",Devicetype="sv, Digits(folder.Devicetype), ">\r\n"sv);
 }
 
 bool CZELThumbFileCursor::TakeNumber(char end, int& number) {
