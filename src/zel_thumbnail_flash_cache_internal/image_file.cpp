@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -13,32 +12,19 @@ namespace {
 
 constexpr mode_t newFileMode = 0666;
 
-// Removes what a descriptor was opened for, if it is a regular file; behind a link the file, not
-// the link.
-void RemoveFile(int descriptor, const char* filename) {
-    struct stat status {};
-    if (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
-        const std::unique_ptr<char, decltype(&std::free)> target(realpath(filename, nullptr),
-                                                                 &std::free);
-        // A file that cannot be removed stays; the caller has learnt that it is of no use.
-        std::ignore = std::remove(target ? target.get() : filename);
-    }
-}
-
 }  // namespace
 
-CZELImageFile::CZELImageFile(const char* filename) : m_Filename(filename) {
-    // Without O_NONBLOCK a named pipe that nobody reads would stop every save here.
-    const int descriptor =
-        open(filename, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, newFileMode);
-    if (descriptor < 0) {
+CZELImageFile::CZELImageFile(const char* filename)
+    : m_Filename(filename),
+      // Without O_NONBLOCK a named pipe that nobody reads would stop every save here.
+      m_File(open(filename, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, newFileMode)) {
+    if (!m_File.IsOpen()) {
         return;
     }
-    m_pStream = fdopen(descriptor, "wb");
+    m_pStream = fopencookie(this, "wb", {nullptr, s_Write, nullptr, nullptr});
     if (m_pStream == nullptr) {
         const int error = errno;
-        RemoveFile(descriptor, filename);
-        std::ignore = close(descriptor);  // nothing was written
+        Remove();
         errno = error;
         return;
     }
@@ -52,4 +38,19 @@ CZELImageFile::~CZELImageFile() {
     }
 }
 
-void CZELImageFile::Remove() { RemoveFile(fileno(m_pStream), m_Filename); }
+ssize_t CZELImageFile::s_Write(void* file, const char* text, std::size_t size) {
+    auto& image = *static_cast<CZELImageFile*>(file);
+    const std::size_t written = image.m_File.Write({text, size});
+    image.m_bIsWhole = image.m_bIsWhole && written == size;
+    return static_cast<ssize_t>(written);
+}
+
+void CZELImageFile::Remove() {
+    struct stat status {};
+    if (fstat(m_File.Get(), &status) == 0 && S_ISREG(status.st_mode)) {
+        const std::unique_ptr<char, decltype(&std::free)> target(realpath(m_Filename, nullptr),
+                                                                 &std::free);
+        // A file that cannot be removed stays; the caller has learnt that it is of no use.
+        std::ignore = std::remove(target ? target.get() : m_Filename);
+    }
+}

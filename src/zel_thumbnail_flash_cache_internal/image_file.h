@@ -5,8 +5,13 @@
 #ifndef ZEL_IMAGE_FILE_H
 #define ZEL_IMAGE_FILE_H
 
+#include <sys/types.h>
+
 #include <array>
+#include <cstddef>
 #include <cstdio>
+
+#include "file_descriptor.h"
 
 /**
  * A stream into an image file, new or emptied, that writes the file in few large pieces. It takes
@@ -26,13 +31,23 @@ public:
     std::FILE* Stream() const { return m_pStream; }
 
     /**
+     * Whether the file holds all that has left the stream's buffer; after a flush, all that was
+     * written. Not every C library makes the flush fail when a part does not fit on the device.
+     */
+    bool IsWhole() const { return m_bIsWhole; }
+
+    /**
      * Removes a file that cannot be completed. Only a regular file goes, never a device node;
-     * behind a link it is the file that was begun, not the link. Only with a stream.
+     * behind a link it is the file that was begun, not the link.
      */
     void Remove();
 
 private:
+    static ssize_t s_Write(void* file, const char* text, std::size_t size);
+
     const char* const m_Filename;
+    CZELFileDescriptor m_File;
+    bool m_bIsWhole = true;
     std::array<char, 16384> m_Buffer;
     std::FILE* m_pStream = nullptr;
 };

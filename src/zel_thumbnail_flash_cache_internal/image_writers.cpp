@@ -28,7 +28,7 @@ constexpr int jpegQuality = 100;
 struct JpegErrorManager {
     jpeg_error_mgr base;  // first, so that the library's pointer to it is a pointer to the whole
     std::jmp_buf recovery;
-    char message[JMSG_LENGTH_MAX];
+    char message[JMSG_LENGTH_MAX] = "the device did not take all";  // until there is a better one
 };
 
 extern "C" {
@@ -118,7 +118,7 @@ bool CZELThumbFlashCache::m_JpegSave(unsigned char* buffer, char* bufferPreset, 
     }
     jpeg_compress_struct codec{};
     JpegErrorManager errors{};
-    if (!EncodeJpeg(codec, errors, buffer, xsize, ysize, file.Stream())) {
+    if (!EncodeJpeg(codec, errors, buffer, xsize, ysize, file.Stream()) || !file.IsWhole()) {
         ZEL_LOG_INFO("m_JpegSave [%s] failed: %s\n", filename, errors.message);
         file.Remove();
         return false;
@@ -150,7 +150,7 @@ bool CZELThumbFlashCache::m_BmpSave(unsigned char* buffer, char* bufferPreset, i
     }
     // Flushed at once: a full device shows here or nowhere.
     if (std::fwrite(header.data(), 1, header.size(), file.Stream()) < header.size() ||
-        std::fflush(file.Stream()) != 0) {
+        std::fflush(file.Stream()) != 0 || !file.IsWhole()) {
         ZEL_LOG_INFO("fwrite error");
         return false;
     }

@@ -47,7 +47,6 @@ bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> 
     }
 
     // All that needs memory comes before the image, so that no image is left without its record.
-    std::string strImage = filename;
     FolderList newFolder;
     const bool bKnownFolder = std::any_of(
         m_ThumbFolderList.begin(), m_ThumbFolderList.end(),
@@ -75,10 +74,11 @@ bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> 
         ZEL_LOG_INFO("jepg size is %d, m_CacheSize end:%d\n", fileSize, m_CacheSize);
     }
     ZEL_LOG_INFO("End");
-    if (!m_AddItemToThumbFile(std::move(pThumbItem))) {
+    if (!m_AddItemToThumbFile(pThumbItem)) {
         ZEL_LOG_INFO("m_InsertItem m_AddItemToThumbFile failed###\n");
-        // A file that stays is logged there; the save has failed either way.
-        std::ignore = m_RemoveThumb(std::move(strImage));
+        // The item is of no more use, and its URL has the memory for the name. A file that stays is
+        // logged there; the save has failed either way.
+        std::ignore = m_RemoveThumb(std::move(pThumbItem->URL.assign(filename)));
         return false;
     }
     if (!newFolder.empty()) {
