@@ -4,15 +4,19 @@ struct Directories : CacheTest {
     bool Remove(const std::string& path) { return engine->RemoveDir(path.c_str()); }
 };
 
-TEST_F(Directories, oneDirectoryIsMadeAndFound) {
+TEST_F(Directories, oneDirectoryIsMadeAndWhatNamesNothingIsRefused) {
     const std::string made = root + "/made", deep = made + "/none/deep";
-    EXPECT_TRUE(engine->CreateDir(made.c_str()) && engine->CreateDir(made.c_str()) &&
-                engine->FileExist("/"));
+    EXPECT_FALSE(engine->m_RemoveDir(Write("file", "") + std::string("\0x", 2)));
+    EXPECT_TRUE(engine->FileExist((root + "/file").c_str()));
+    EXPECT_TRUE(engine->CreateDir(made.c_str()) && engine->CreateDir(made.c_str()));
     EXPECT_FALSE(engine->CreateDir(deep.c_str()) || engine->CreateDir(nullptr) ||
-                 engine->FileExist(deep.c_str()) || engine->FileExist(nullptr));
+                 engine->FileExist(deep.c_str()) || engine->FileExist(nullptr) ||
+                 engine->RemoveDir(nullptr) || Remove("") || Remove(deep));
     EXPECT_THAT(Log(), EndsWith("|I CZELThumbFlashCache::m_CreateDir [$/made] alread exist###~"
                                 "|I CZELThumbFlashCache::m_CreateDir [$/made/none/deep] failed###~"
-                                "|I FileExist fileName is null"));
+                                "|I FileExist fileName is null|I in RemoveDir dirName is NULL~"
+                                "|I in m_RemoveDir strDir empty...~"
+                                "|I in m_RemoveDir strDir[$/made/none/deep] not exist...~"));
 }
 
 TEST_F(Directories, treesAndFilesAndLinksAreRemovedAndNothingElse) {
@@ -44,15 +48,4 @@ TEST_F(Directories, theRootAndWhatLeadsToItAreRefused) {
         }
         EXPECT_TRUE(fs::exists("../sub/file"));
     });
-}
-
-TEST_F(Directories, pathsThatNameNothingAreRefused) {
-    const std::string file = Write("file", "");
-    EXPECT_FALSE(engine->m_RemoveDir(file + std::string("\0x", 2)));
-    EXPECT_TRUE(fs::exists(file));
-    Log();
-    EXPECT_FALSE(engine->RemoveDir(nullptr) || Remove("") || Remove(root + "/none"));
-    EXPECT_EQ(Log(),
-              "I in RemoveDir dirName is NULL~|I in m_RemoveDir strDir empty...~"
-              "|I in m_RemoveDir strDir[$/none] not exist...~");
 }

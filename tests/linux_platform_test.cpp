@@ -129,12 +129,11 @@ TEST_F(LinuxPlatform, EventsFollowTheMountTableFromRegistrationToItsEnd) {
 }
 
 TEST(LinuxLog, EndsEachLineOnceAndDropsWhatIsBelowTheLevel) {
-    const std::string text(5000, 'x');
+    const std::string text(5000, 'x'), line = "TAG: " + text, reset = "\033[0m";
     testing::internal::CaptureStderr();
     __dlog_print(2, ZEL_PLATFORM_LOG_INFO, "TAG", "dropped");
     for (const char* end : {"", "\n", "\033[0m", "\n\033[0m"})
         __dlog_print(2, ZEL_PLATFORM_LOG_WARN, "TAG", "%s%s", text.c_str(), end);
-    const std::string line = "TAG: " + text, reset = "\033[0m";
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               line + "\n" + line + "\n" + line + reset + "\n" + line + reset + "\n");
 }

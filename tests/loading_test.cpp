@@ -102,12 +102,11 @@ TEST_F(Loading, recordsThatStraddleAChunkAreWhole) {
 
 TEST_F(Loading, aLargeIndexIsRewrittenByteForByte) {
     std::string folders, items;
-    for (int number = 0; number < 50000; ++number)
-        items += ItemRecord(
-            "/c/d, <\n\xff/" + std::string(number % 9 * 100, 'n') + std::to_string(number),
-            number % 500, number % 2);
-    for (int number = 0; number < 1000; ++number)
-        folders += FolderRecord("/c/" + std::to_string(number), number % 2);
+    for (int number = 0; number < 9000; ++number) {
+        const std::string path = "/c/d, <\n\xff/" + std::to_string(number);
+        items += ItemRecord(path + std::string(number % 9 * 100, 'n'), number % 500, number % 2);
+        folders += FolderRecord(path, number % 2);
+    }
     Load(folders + items);
     ASSERT_TRUE(engine->m_RefreshThumbFile());
     EXPECT_EQ(Read(), folders + items);

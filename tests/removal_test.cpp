@@ -38,6 +38,12 @@ TEST_F(Removal, foldersOfKnownDevicesStayWhateverTheirKind) {
 TEST_F(Removal, withoutAnyDeviceEverythingGoesAlsoWhatHasNoFolder) {
     engine->m_ThumbFolderList.back()->Path = engine->m_ThumbItemList.back()->Path = "";
     fs::remove_all(root + "/cam");
+    Write("index", "as it was");
+    Judge({{"dev0", ""}, {"dev1", ""}}, {});  // a stale folder without a path takes nothing along
+    EXPECT_EQ(Content(*engine), " dev0 dev1 $/dev0/a.jpg $/dev1/a.jpg $/cam/a.jpg");
+    EXPECT_EQ(Read(), "as it was");
+    Log();
+    engine->m_ThumbFolderList.emplace_back(new Engine::CZELFlashCacheFolderItem);
     Judge({}, {});
     EXPECT_EQ(Log(),
               "I usbFlashMap size= [0],ptpFlashMap size= [0]~|I m_ThumbFolderList remove [$/dev0]~"
@@ -47,14 +53,6 @@ TEST_F(Removal, withoutAnyDeviceEverythingGoesAlsoWhatHasNoFolder) {
     fs::remove(index);
     Judge({}, {});  // written also when there is nothing to remove
     ExpectLeft("");
-}
-
-TEST_F(Removal, aStaleFolderWithoutPathTakesNothingWithIt) {
-    engine->m_ThumbFolderList.back()->Path = engine->m_ThumbItemList.back()->Path = "";
-    Write("index", "as it was");
-    Judge({{"dev0", ""}, {"dev1", ""}}, {});
-    EXPECT_EQ(Content(*engine), " dev0 dev1 $/dev0/a.jpg $/dev1/a.jpg $/cam/a.jpg");
-    EXPECT_EQ(Read(), "as it was");
 }
 
 TEST_F(Removal, aPulledStorageTakesItsFolderOnly) {

@@ -35,8 +35,7 @@ TEST_F(ThumbFileWriting, foldersComeBeforeItemsAndWhatCannotBeLoadedIsLeftOut) {
     Item().Path = Folder().Path = "", Item().Size = 0, Folder().Sid = "x";
     EXPECT_EQ(WriteEach(), 1);
     EXPECT_EQ(Read(), "");
-    EXPECT_FALSE(engine->m_AddItemToThumbFile(nullptr));
-    EXPECT_FALSE(engine->m_AddFolderItemToThumbFile(nullptr));
+    EXPECT_FALSE(engine->m_AddItemToThumbFile({}) || engine->m_AddFolderItemToThumbFile({}));
     EXPECT_THAT(Log(), HasSubstr("|I m_RefreshThumbFile folder record is too long~"
                                  "|I m_RefreshThumbFile thumbnail record is too long~"
                                  "|I m_AddItemToThumbFile record is too long~"
