@@ -55,33 +55,27 @@ TEST_F(Removal, withoutAnyDeviceEverythingGoesAlsoWhatHasNoFolder) {
     ExpectLeft("");
 }
 
-TEST_F(Removal, aPulledStorageTakesItsFolderOnly) {
-    engine->m_MountPathMap = {{"dev0", "/m"}, {"dev1", ""}};
+TEST_F(Removal, aPulledStorageTakesItsFolderOnlyOfTwoAtOnePathTheFirstById) {
+    engine->m_MountPathMap = {{"dev1", "/m"}, {"dev0", "/m"}, {"noFolder", "/n"}, {"noPath", ""}};
     SendEvent(1, "/m");
     for (const char* other : {"/", "/m/", "", static_cast<const char*>(nullptr)})
         SendEvent(2, other);
+    EXPECT_EQ(engine->m_MountPathMap.size(), 4U);
     ExpectLeft(all);
     SendEvent(2, "/m");
     EXPECT_EQ(Log(),
               "I s_USBConnctedCallback...~|I s_ZELUSBConnctedCallback event is [2]~"
               "|I device MountPath = [/m]###|I m_RemoveDir [$/dev0] success###~"
               "|I m_RefreshThumbFile...~");
-    EXPECT_EQ(engine->m_MountPathMap, (Map{{"dev1", ""}}));
     ExpectLeft(" dev1 cam $/dev1/a.jpg $/cam/a.jpg");
+    for (const char* path : {"/m", "/n", ""})
+        EXPECT_TRUE(engine->m_RemoveStorage(path));
+    ExpectLeft(" cam $/cam/a.jpg");
+    EXPECT_FALSE(engine->m_RemoveStorage("/m"));  // none is known any more
+    EXPECT_EQ(Log(), "I m_MountPathMap.size() <= 0###~");
     _zel_storage_s* none = nullptr;
     Engine::s_ZELUSBConnctedCallback(nullptr, ZEL_STORAGE_EVENT_REMOVED, none);
     EXPECT_EQ(Log(), "I s_USBConnctedCallback...~|I s_ZELUSBConnctedCallback error~");
-}
-
-TEST_F(Removal, ofTwoStoragesAtOnePathTheFirstByIdGoes) {
-    engine->m_MountPathMap = {{"dev1", "/m"}, {"dev0", "/m"}, {"ghost", "/g"}};
-    EXPECT_TRUE(engine->m_RemoveStorage("/m"));
-    ExpectLeft(" dev1 cam $/dev1/a.jpg $/cam/a.jpg");
-    EXPECT_TRUE(engine->m_RemoveStorage("/m"));
-    ExpectLeft(" cam $/cam/a.jpg");
-    EXPECT_TRUE(engine->m_RemoveStorage("/g"));   // known, but without a folder
-    EXPECT_FALSE(engine->m_RemoveStorage("/g"));  // none is left
-    EXPECT_EQ(Log(), "I m_MountPathMap.size() <= 0###~");
 }
 
 TEST_F(Removal, storagesComeAndGoWhileFourThreadsSaveAndTheEngineStarts) {
