@@ -90,10 +90,10 @@ struct Faulty : CacheTest {
         Write("index", text + FolderRecord("$/d0") + FolderRecord("$/d1"));
     }
     void Start() { EXPECT_TRUE(engine->m_Create()); }
-    auto Saving(const char* name) {
-        return [this, file = root + "/" + name] {
+    auto Saving(const char* name, int size = 16) {
+        return [this, size, file = root + "/" + name] {
             char url[] = "/opt/storage/usb/sda1/a.png";
-            std::ignore = engine->SaveFlashFile(pixels.data(), 16, 12, file.c_str(), url, nullptr);
+            std::ignore = engine->SaveFlashFile(pixels.data(), size, size, file.c_str(), url, {});
         };
     }
     // Runs the work with one fault after the other until it meets none, and checks after each.
@@ -114,6 +114,7 @@ struct Faulty : CacheTest {
             } while (met.calls >= first && !HasFailure());
         }
     }
+    std::set<std::uintmax_t> sizes;  // of all images that were stored
     void Check(const std::set<std::string>& mustStay, bool removalFailed) {
         ASSERT_TRUE(g_mutex_trylock(&engine->m_Mutex));
         g_mutex_unlock(&engine->m_Mutex);
@@ -121,9 +122,13 @@ struct Faulty : CacheTest {
         loaded.m_strCachePath = index;
         EXPECT_TRUE(loaded.m_LoadThumbFile());
         long sum = 0;
-        for (const auto& item : engine->m_ThumbItemList)
+        for (const auto& item : engine->m_ThumbItemList) {
             sum += item->Size;
+            if (Short(item->URL) == "$/d0/new")
+                sizes.insert(fs::file_size(item->URL));
+        }
         EXPECT_EQ(engine->m_CacheSize, sum);
+        EXPECT_LE(sizes.size(), 1U) << "an image lacks a part";
         const std::string recorded = Content(loaded) + " ", known = Content(*engine) + " $/index ";
         for (const std::string& file : mustStay)
             EXPECT_TRUE(recorded.find(" " + file + " ") != recorded.npos &&
@@ -138,7 +143,7 @@ struct Faulty : CacheTest {
 
 TEST_F(Faulty, savesIntoOldAndNewFoldersAndIntoAFullCache) {
     const auto start = [this] { Start(), fs::create_directory(root + "/d2"); };
-    FailEach(start, Saving("d0/new"));
+    FailEach(start, Saving("d0/new", 120));
     FailEach(start, Saving("d2/new"));
     const auto fill = [this] {
         Start();
@@ -147,7 +152,7 @@ TEST_F(Faulty, savesIntoOldAndNewFoldersAndIntoAFullCache) {
         engine->m_CacheSize = ZEL_FLASH_CACHE_MAX;
     };
     for (const bool noRename : {false, true})
-        FailEach(fill, Saving("d0/new"), {"$/d0/b"}, noRename);
+        FailEach(fill, Saving("d0/new", 120), {"$/d0/b"}, noRename);
 }
 
 TEST_F(Faulty, startsAndRemovals) {

@@ -38,11 +38,12 @@ CZELImageFile::~CZELImageFile() {
     }
 }
 
+// The stream hears of no failure: C libraries differ in what they make of one, from an error of the
+// next flush to an endless loop.
 ssize_t CZELImageFile::s_Write(void* file, const char* text, std::size_t size) {
     auto& image = *static_cast<CZELImageFile*>(file);
-    const std::size_t written = image.m_File.Write({text, size});
-    image.m_bIsWhole = image.m_bIsWhole && written == size;
-    return static_cast<ssize_t>(written);
+    image.m_bIsWhole = image.m_bIsWhole && image.m_File.Write({text, size}) == size;
+    return static_cast<ssize_t>(size);
 }
 
 void CZELImageFile::Remove() {

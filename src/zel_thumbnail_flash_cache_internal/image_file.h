@@ -32,7 +32,8 @@ public:
 
     /**
      * Whether the file holds all that has left the stream's buffer; after a flush, all that was
-     * written. Not every C library makes the flush fail when a part does not fit on the device.
+     * written. The stream itself reports no failure of the device, and after one nothing more
+     * reaches the file.
      */
     bool IsWhole() const { return m_bIsWhole; }
 

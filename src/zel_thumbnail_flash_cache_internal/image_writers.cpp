@@ -28,7 +28,7 @@ constexpr int jpegQuality = 100;
 struct JpegErrorManager {
     jpeg_error_mgr base;  // first, so that the library's pointer to it is a pointer to the whole
     std::jmp_buf recovery;
-    char message[JMSG_LENGTH_MAX] = "the device did not take all";  // until there is a better one
+    char message[JMSG_LENGTH_MAX];
 };
 
 extern "C" {
@@ -42,11 +42,11 @@ extern "C" {
 static void DiscardJpegMessage(j_common_ptr) {}
 }
 
-// Encodes a picture into a file and flushes it. On failure the reason is in errors.message. An
+// Encodes a picture into a stream and flushes it. On failure the reason is in errors.message. An
 // error of the library jumps back here, past everything below: it has no destructor and changes
 // nothing that is used afterwards but through the references.
 bool EncodeJpeg(jpeg_compress_struct& codec, JpegErrorManager& errors, unsigned char* buffer,
-                int xsize, int ysize, FILE* file) {
+                int xsize, int ysize, FILE* stream) {
     codec.err = jpeg_std_error(&errors.base);
     errors.base.error_exit = RecoverFromJpegError;
     errors.base.output_message = DiscardJpegMessage;
@@ -55,7 +55,7 @@ bool EncodeJpeg(jpeg_compress_struct& codec, JpegErrorManager& errors, unsigned 
         return false;
     }
     jpeg_create_compress(&codec);
-    jpeg_stdio_dest(&codec, file);
+    jpeg_stdio_dest(&codec, stream);
     codec.image_width = static_cast<JDIMENSION>(xsize);
     codec.image_height = static_cast<JDIMENSION>(ysize);
     codec.in_color_space = JCS_EXT_BGRX;
@@ -118,8 +118,10 @@ bool CZELThumbFlashCache::m_JpegSave(unsigned char* buffer, char* bufferPreset, 
     }
     jpeg_compress_struct codec{};
     JpegErrorManager errors{};
-    if (!EncodeJpeg(codec, errors, buffer, xsize, ysize, file.Stream()) || !file.IsWhole()) {
-        ZEL_LOG_INFO("m_JpegSave [%s] failed: %s\n", filename, errors.message);
+    const bool bEncoded = EncodeJpeg(codec, errors, buffer, xsize, ysize, file.Stream());
+    if (!bEncoded || !file.IsWhole()) {
+        ZEL_LOG_INFO("m_JpegSave [%s] failed: %s\n", filename,
+                     bEncoded ? "the device did not take it" : errors.message);
         file.Remove();
         return false;
     }

@@ -23,8 +23,8 @@ constexpr std::ptrdiff_t bufferSize = 1048577;
 constexpr std::ptrdiff_t firstReadSize = 1048576;
 constexpr std::ptrdiff_t nextReadSize = 1048575;
 
-// Finds the records in a buffer. Text that belongs to no record is passed over; a NUL ends the text
-// from the moment that a search meets it.
+// Finds the records in a buffer. Text that belongs to no record is passed over. A NUL before the
+// end of the next record ends the text, but for one right behind a ">", which goes with it.
 class RecordScan {
 public:
     RecordScan(char* text, std::ptrdiff_t size) : m_Text(text), m_Size(size) {}

@@ -23,8 +23,8 @@ private:
     std::size_t m_Length;
 };
 
-// Puts the pieces of a record one behind the other. The length is checked once, and the pieces that
-// are constant are copied without a call: a rewrite formats every record there is.
+// Puts the pieces of a record one behind the other. A template, so that a rewrite, which formats
+// every record there is, copies the constant pieces without a call.
 template <class... Pieces>
 std::size_t Join(char* text, const Pieces&... pieces) {
     const std::size_t length = (... + std::string_view(pieces).size());

@@ -25,7 +25,7 @@
 constexpr std::size_t thumbFileRecordMaxLength = 1023;
 
 /**
- * Writes the record of a thumbnail or of a folder, CR LF included.
+ * Writes the record of a thumbnail or of a folder, whose texts hold no NUL, CR LF included.
  * @param text  receives it; has room for thumbFileRecordMaxLength bytes
  * @return its length, or 0 when it is too long for the file
  */
