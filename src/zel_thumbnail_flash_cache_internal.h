@@ -184,7 +184,8 @@ public:
     /**
      * Writes the image, corrects the accounted size to the size of the file, and appends the
      * records of the item and, for a folder not seen before, of the folder.
-     * @param filename  the item's URL, which is empty afterwards when the record was not written
+     * @param pThumbItem  loses its URL when its record cannot be written, as the image goes then
+     * @param filename    the same as the item's URL
      * @return true when the image and the item's record were written
      */
     bool m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem, std::string strId,

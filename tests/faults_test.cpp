@@ -114,7 +114,7 @@ struct Faulty : CacheTest {
             } while (met.calls >= first && !HasFailure());
         }
     }
-    std::set<std::uintmax_t> sizes;  // of all images that were stored
+    std::set<std::uintmax_t> sizes;  // of "d0/new", each time that it was stored
     void Check(const std::set<std::string>& mustStay, bool removalFailed) {
         ASSERT_TRUE(g_mutex_trylock(&engine->m_Mutex));
         g_mutex_unlock(&engine->m_Mutex);
