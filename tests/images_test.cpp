@@ -37,7 +37,6 @@ TEST_F(Images, bmpHoldsTheRowsFromTheBottomUp) {
 
 TEST_F(Images, imageThatCannotBeMadeLeavesNoFileAndOneLine) {
     const std::tuple<Writer, std::string, int, const char*> cases[] = {
-        {jpeg, root + "/a", 0, "I m_JpegSave [$/a] failed: Empty JPEG image (DNL not supported)~"},
         {jpeg, root + "/none/a", 2, "I can't open filename[$/none/a] errno=2~"},
         {bmp, "a.bmp", 2, "I can not find / in path:a.bmp"},
         {bmp, root + "/none/a", 2, "I fail to access dir path:$/none"},
@@ -50,7 +49,15 @@ TEST_F(Images, imageThatCannotBeMadeLeavesNoFileAndOneLine) {
         EXPECT_EQ(Log(), line);
     }
     EXPECT_TRUE(fs::exists("/dev/full"));
-    fs::create_symlink("begun", root + "/link");
-    EXPECT_FALSE(Make(jpeg, root + "/link", 65501, 2));
-    EXPECT_THAT(Files(), ElementsAre("$/link"));  // what it leads to is gone
+}
+
+TEST_F(Images, sizeThatNoJpegHasIsRefusedAndTheStoredImageStays) {
+    Write("a", "stored");
+    const std::pair<int, int> sizes[] = {{0, 2}, {2, 0}, {-1, 2}, {2, -1}, {65501, 2}, {2, 65501}};
+    for (const auto& [xsize, ysize] : sizes) {
+        EXPECT_FALSE(Make(jpeg, root + "/a", xsize, ysize));
+        EXPECT_EQ(Log(), "I m_JpegSave [$/a] failed: " + std::to_string(xsize) + " x " +
+                             std::to_string(ysize) + " is outside 1 to 65500 pixels~");
+        EXPECT_EQ(Read("a"), "stored");
+    }
 }

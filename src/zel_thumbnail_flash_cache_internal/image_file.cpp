@@ -35,6 +35,9 @@ CZELImageFile::CZELImageFile(const char* filename)
 CZELImageFile::~CZELImageFile() {
     if (m_pStream != nullptr) {
         std::ignore = std::fclose(m_pStream);  // what is cut off shows in the size of the file
+        // On its way to the device before a record names it; where that cannot be, the system's own
+        // write-back takes it.
+        std::ignore = sync_file_range(m_File.Get(), 0, 0, SYNC_FILE_RANGE_WRITE);
     }
 }
 

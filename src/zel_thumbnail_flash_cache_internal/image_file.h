@@ -15,8 +15,8 @@
 
 /**
  * A stream into an image file, new or emptied, that writes the file in few large pieces. It takes
- * some 16 KiB of the stack. An object that is destroyed keeps what was written. Not for use by
- * several threads.
+ * some 16 KiB of the stack. An object that is destroyed keeps what was written, and has the system
+ * begin to write it to the device, without waiting for it. Not for use by several threads.
  */
 class CZELImageFile {
 public:

@@ -110,6 +110,12 @@ bool CZELThumbFlashCache::m_SaveThumb(unsigned char* buffer, char* bufferPreset,
 
 bool CZELThumbFlashCache::m_JpegSave(unsigned char* buffer, char* bufferPreset, int xsize,
                                      int ysize, const char* filename) {
+    constexpr int maxSide = JPEG_MAX_DIMENSION;
+    if (xsize < 1 || xsize > maxSide || ysize < 1 || ysize > maxSide) {
+        ZEL_LOG_INFO("m_JpegSave [%s] failed: %d x %d is outside 1 to %d pixels\n",
+                     filename == nullptr ? "" : filename, xsize, ysize, maxSide);
+        return false;
+    }
     CZELImageFile file(filename);
     if (file.Stream() == nullptr) {
         ZEL_LOG_INFO("can't open filename[%s] errno=%d\n", filename == nullptr ? "" : filename,
