@@ -26,6 +26,14 @@ constexpr int ZEL_FLASH_CACHE_MAX = 104857600;
 /** The kind of device that a thumbnail or a folder belongs to, as it stands in the thumb file. */
 enum { DEVICE_TYPE_USB = 0, DEVICE_TYPE_PTP = 1 };
 
+/** What is known of the thumb file at the engine's path. A new one stands for another path. */
+struct ZELThumbFileState {
+    bool bIsRead = true;         ///< the lists hold all that the file held, so it may be rewritten
+    bool bEndIsWhole = false;    ///< it ends with a whole record, so that one may follow
+    bool bNeedsRewrite = false;  ///< what is appended would not be read, or would come too late
+    std::string strMissing;      ///< records that there was no room for, in their order
+};
+
 /** Holds the one instance of T. Not synchronised: see the public header for who may call when. */
 template <class T>
 class __attribute__((visibility("default"))) CZELSingleton {
@@ -198,30 +206,43 @@ public:
 
     // The index (thumb_file_writer.cpp)
     /**
-     * Writes the thumb file anew from both lists. A short write is logged and answers true.
+     * Writes the thumb file anew from both lists, but for the records that could not be read back
+     * as they are. A short write is logged and answers true.
      * @return false when the file cannot be opened, or when it could not be read whole before and
      *         would lose what was not read
      */
     bool m_RefreshThumbFile();
     enum class AppendResult { Appended, NotOpened, Short };
-    /** Appends the text of a record to the thumb file, or nothing. */
+    /**
+     * Appends the text of a record to the thumb file, behind those that there was no room for
+     * before, or nothing. What has no room is remembered for the next time, for which it needs
+     * memory unless enough is reserved; may then throw std::bad_alloc, with the file as it was.
+     */
     AppendResult m_AppendRecord(std::string_view record);
-    /** Appends an item's record. A short write is logged, undone and answers true. */
+    /**
+     * Appends an item's record. A short write is logged, undone and answers true: the record
+     * follows with the next one, or with a rewrite.
+     * @return false when the record could not be read back as it is, or the file not be opened
+     */
     bool m_AddItemToThumbFile(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem);
-    /** Appends a folder's record. A short write is logged, undone and answers true. */
+    /** Appends a folder's record, in the same way. */
     bool m_AddFolderItemToThumbFile(
         boost::intrusive_ptr<CZELFlashCacheFolderItem> pThumbFolderItem);
 
     // Reading the index (thumb_file_loader.cpp)
     /**
-     * Reads the thumb file into the lists.
+     * Reads the thumb file into the lists. Where it has to stop before the end of the file, the
+     * next append is preceded by a rewrite.
      * @return false when it cannot be opened or there is no memory for the buffer
      * Throws std::bad_alloc when there is none for a record; those before it are in the lists.
      */
     bool m_LoadThumbFile();
     /** Reads one record from its "<" at pStart to its ">" at pStart + len. */
     bool m_Parse(char* pStart, int len);
-    /** Reads a thumbnail record from the comma after its type at pStart to its ">" at pStart + len.
+    /**
+     * Reads a thumbnail record from the comma after its type at pStart to its ">" at pStart + len.
+     * One whose size takes the accounted size out of 32 bits is refused, or costs one that was read
+     * before and claims more than the whole cache.
      */
     bool m_ParseItem(char* pStart, int len);
     /** Reads a folder record from the comma after its type at pStart to its ">" at pStart + len. */
@@ -254,7 +275,10 @@ public:
     /** Writes a thumbnail in the format of the cache, which is JPEG. */
     bool m_SaveThumb(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
                      const char* filename);
-    /** Writes a JPEG file of quality 100. A regular file that cannot be completed is removed. */
+    /**
+     * Writes a JPEG file of quality 100. A regular file that cannot be completed is removed; a
+     * width or height outside 1 to 65,500 pixels is refused before the file is touched.
+     */
     bool m_JpegSave(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
                     const char* filename);
 
@@ -272,9 +296,8 @@ public:
     ItemList m_ThumbItemList;      ///< every thumbnail, oldest first
     FolderList m_ThumbFolderList;  ///< every device folder
 
-    // Guarded by m_Mutex; what is known of the thumb file.
-    bool m_bIndexIsRead = true;  ///< the lists hold all that the file held, so it may be rewritten
-    bool m_bEndIsWhole = false;  ///< it ends with a whole record, so that one may follow
+    // Guarded by m_Mutex.
+    ZELThumbFileState m_ThumbFileState;
 
     // Guarded by m_WorkerMutex.
     std::mutex m_WorkerMutex;

@@ -47,6 +47,8 @@ WRAP(ssize_t, pread, -1, (int file, void* data, size_t size, off_t at), file, da
 WRAP(ssize_t, write, -1, (int file, const void* data, size_t size), file, data, size)
 WRAP(int, ftruncate, -1, (int file, off_t size), file, size)
 WRAP(int, fdatasync, -1, (int file), file)
+WRAP(int, sync_file_range, -1, (int file, off_t at, off_t size, unsigned flags), file, at, size,
+     flags)
 WRAP(int, close, (__real_close(file), -1), (int file), file)
 WRAP(int, rename, -1, (const char* from, const char* to), from, to)
 WRAP(int, renameat, -1, (int from, const char* old, int to, const char* name), from, old, to, name)
@@ -176,30 +178,47 @@ TEST_F(Faulty, startsAndRemovals) {
     });
 }
 
-TEST_F(Faulty, fullDiskLosesNothingAndSavingGoesOnOnceThereIsRoom) {
-    const auto saveWithRoom = [this](rlim_t largestFile, const char* name) {
+// A start whose index is longer than the images, so that a limit of the size of files meets it
+// alone.
+struct FullDisk : Faulty {
+    FullDisk() {
+        std::signal(SIGXFSZ, SIG_IGN);
+        Build();
+        Start();
+        Write("index", Read() + std::string(5000, ' ') + ">\r\n");
+        size = fs::file_size(index);
+    }
+    void WithLargestFile(rlim_t largest, std::function<void()> work) {
         rlimit old;
         getrlimit(RLIMIT_FSIZE, &old);
-        const rlimit limit = {largestFile, old.rlim_max};
+        const rlimit limit = {largest, old.rlim_max};
         setrlimit(RLIMIT_FSIZE, &limit);
-        Saving(name)();
-        EXPECT_TRUE(largestFile > 1000 || engine->m_RefreshThumbFile());
+        work();
         setrlimit(RLIMIT_FSIZE, &old);
-    };
-    std::signal(SIGXFSZ, SIG_IGN);
-    Build();
-    Start();
-    Write("index", Read() + std::string(5000, ' ') + "\n");
-    const auto size = fs::file_size(index);
-    for (const rlim_t room : {10, 1, 0}) {
-        saveWithRoom(size + room, "d0/new");  // the image has room, its record has not
+    }
+    rlim_t size = 0;
+};
+
+TEST_F(FullDisk, recordsWithoutRoomFollowInOrderWithTheNextOne) {
+    fs::create_directory(root + "/d2");
+    for (const char* name : {"d0/new", "d2/new"}) {
+        WithLargestFile(size + (name[1] == '0' ? 10 : 0), Saving(name));
         EXPECT_THAT(Log(), HasSubstr("I m_AddItemToThumbFile fwrite failed...~"));
     }
-    saveWithRoom(20, "d0/none");
+    WithLargestFile(20, Saving("d0/none"));
     EXPECT_EQ(fs::file_size(index), size);
     Saving("d0/last")();
-    EXPECT_TRUE(engine->m_RefreshThumbFile());
-    ExpectLeft(" d0 $/d0/a $/d0/b $/d0/new $/d0/new $/d0/new $/d0/last");
+    EXPECT_THAT(Log(), Not(HasSubstr("m_RefreshThumbFile")));
+    ExpectLeft(" d0 d2 $/d0/a $/d0/b $/d0/new $/d2/new $/d0/last");
+}
+
+TEST_F(FullDisk, rewriteWithoutRoomIsMadeBeforeTheNextRecordWhenOneIsMissing) {
+    WithLargestFile(size, Saving("d0/new"));
+    WithLargestFile(20, [this] { EXPECT_TRUE(engine->m_RefreshThumbFile()); });
+    EXPECT_EQ(fs::file_size(index), size);
+    Saving("d0/last")();
+    EXPECT_THAT(Log(), HasSubstr("I m_RefreshThumbFile...~"));
+    ExpectLeft(" d0 $/d0/a $/d0/b $/d0/new $/d0/last");
 }
 
 TEST_F(Faulty, hostileIndexIsLoadedAndJudged) {

@@ -29,6 +29,25 @@ TEST_F(Lifecycle, refusedConnectionIsRetriedByTheNextStart) {
     EXPECT_EQ(Log(), "I failed to Media_content_disconnect");
 }
 
+TEST_F(Lifecycle, indexThatCouldNotBeReadIsKeptUntilTheStartIsGivenAnotherPath) {
+    const std::string record = ItemRecord("$/dev0/a.jpg", 5), other = Write("other", "");
+    fs::permissions(Write("index", record), fs::perms(0222));
+    fs::permissions(other, fs::perms(0666));
+    fs::permissions(root, fs::perms(0777));
+    const uid_t user = geteuid();
+    ASSERT_EQ(seteuid(user == 0 ? 65534 : user), 0);  // the superuser may read anything
+    for (int start = 0; start < 3; ++start) {
+        engine->m_SetCachePath(index);
+        EXPECT_TRUE(engine->m_Create());
+        EXPECT_FALSE(engine->m_RefreshThumbFile());
+    }
+    engine->m_SetCachePath(other);
+    EXPECT_TRUE(engine->m_RefreshThumbFile());
+    ASSERT_EQ(seteuid(user), 0);
+    fs::permissions(index, fs::perms(0644));
+    EXPECT_EQ(Read(), record);
+}
+
 TEST_F(Lifecycle, saveThatArrivesDuringCreationWaitsForIt) {
     StartHeldCreation();
     ASSERT_TRUE(engine->Create((root + "/next").c_str()));  // taken over by the second worker

@@ -70,6 +70,16 @@ TEST_F(Saving, invalidRequestsChangeNothingAndOtherUrlsOnlyGetTheirFile) {
     EXPECT_TRUE(engine->m_MountPathMap.empty() && engine->m_CacheSize == 0);
 }
 
+TEST_F(Saving, nameThatWouldWriteRecordsIsRefusedAndItsImageRemoved) {
+    for (const std::string name : {"x\"> <Type=1,Sid=\"z\",Path=\"victim\",Devicetype=0>.jpg",
+                                   "a>b.jpg", "a\"b.jpg", "sub>/c.jpg"}) {
+        EXPECT_TRUE(Save("dev0/" + name));
+        EXPECT_THAT(Log(), HasSubstr("I m_AddItemToThumbFile record holds \" or > or NUL~"
+                                     "|I m_InsertItem m_AddItemToThumbFile failed###~"));
+        ExpectLeft("");
+    }
+}
+
 TEST_F(Saving, aFailedSaveAnswersTrueAndGivesItsSpaceBack) {
     ASSERT_TRUE(Save("dev0/a.jpg"));
     const std::string size = std::to_string(Size("dev0/a.jpg"));

@@ -63,15 +63,72 @@ TEST_F(ThumbFileWriting, firstAppendEndsATornRecordAndCutsOffZeros) {
     const std::pair<std::string, std::string> cases[] = {
         {item + "<Type=0,Pat", item + "<Type=0,Pat>\r\n"},
         {item + "\r", item + "\r>\r\n"},
+        {item + "<Type=0,Path=\"a\n", item + "<Type=0,Path=\"a\n>\r\n"},
         {item + "<Ty" + std::string(9000, '\0'), item + "<Ty>\r\n"},
         {std::string(4096, '\0'), ""},
     };
     for (const auto& [torn, repaired] : cases) {
         Write("index", torn);
-        engine->m_bEndIsWhole = false;
+        engine->m_ThumbFileState.bEndIsWhole = false;
         EXPECT_TRUE(engine->m_AddItemToThumbFile(&Item()));
         EXPECT_EQ(Read(), repaired + item);
     }
+}
+
+TEST_F(ThumbFileWriting, appendBehindWhatCannotBeReadIsPrecededByARewrite) {
+    const std::string nul(1, '\0');
+    for (const std::string& hiding : {nul + item, "<Ty" + nul + "x", std::string(1048577, 'x')}) {
+        Load(folder + item + hiding);
+        Log();
+        EXPECT_TRUE(engine->m_AddItemToThumbFile(&Item()));
+        EXPECT_EQ(Log(), "I m_RefreshThumbFile...~");
+        EXPECT_EQ(Read(), folder + item + item);
+    }
+}
+
+// Whatever the texts are, a record is refused, or read back as it is and nothing else with it.
+TEST_F(ThumbFileWriting, recordsAreReadBackAsTheyAreOrRefused) {
+    std::mt19937 random(1);
+    constexpr std::string_view pieces[] = {
+        "a",       "/",  "<", ",", "=", "\r\n", "\n", "<Type=1,Sid=", ",Devicetype=0",
+        {"\0", 1}, "\"", ">"};
+    const auto text = [&] {
+        std::string made(1, 'a');
+        for (auto length = random() % 8, most = 6 + random() % 7; length > 0; --length)
+            made += pieces[random() % most];
+        return made;
+    };
+    const auto describe = [](const Engine& of) {
+        std::string all;
+        for (const auto& known : of.m_ThumbFolderList)
+            all += "folder " + known->Sid + "|" + known->Path;
+        for (const auto& known : of.m_ThumbItemList)
+            all += "item " + known->Path + "|" + known->URL;
+        return all;
+    };
+    const auto readBack = [&] {
+        Engine loaded;
+        loaded.m_strCachePath = index;
+        std::ignore = loaded.m_LoadThumbFile();  // no file is no record
+        return describe(loaded);
+    };
+    int kept = 0;
+    for (int round = 0; round < 2000; ++round) {
+        fs::remove(index);
+        Item().Path = Folder().Sid = text();
+        Item().URL = Folder().Path = text();
+        const bool appended = engine->m_AddFolderItemToThumbFile(&Folder());
+        EXPECT_EQ(engine->m_AddItemToThumbFile(&Item()), appended);
+        const std::string expected = appended ? describe(*engine) : "";
+        EXPECT_EQ(readBack(), expected);
+        EXPECT_TRUE(engine->m_RefreshThumbFile());
+        EXPECT_EQ(readBack(), expected);
+        kept += appended;
+    }
+    EXPECT_GT(kept, 500);
+    EXPECT_LT(kept, 1500);
+    EXPECT_THAT(Log(), HasSubstr("I m_AddFolderItemToThumbFile record holds \" or > or NUL~|"
+                                 "I m_AddItemToThumbFile record holds \" or > or NUL~|"));
 }
 
 TEST_F(ThumbFileWriting, rewriteDropsWhatOnlyAnotherProcessKnows) {

@@ -64,12 +64,11 @@ void CZELThumbFlashCache::m_SetCachePath(std::string strCachePath) {
 
 void CZELThumbFlashCache::m_TakeNextCachePath() {
     const std::lock_guard<std::mutex> lock(m_WorkerMutex);
-    if (m_strNextCachePath) {
+    if (m_strNextCachePath && *m_strNextCachePath != m_strCachePath) {
         m_strCachePath.swap(*m_strNextCachePath);
-        m_bEndIsWhole = false;
-        m_strNextCachePath.reset();
-        m_bIndexIsRead = true;
+        m_ThumbFileState = {};
     }
+    m_strNextCachePath.reset();
 }
 
 void CZELThumbFlashCache::m_RunCreate() {
@@ -117,7 +116,7 @@ bool CZELThumbFlashCache::m_Create() {
             // throw away the data of devices that are there.
             ZEL_LOG_WARN("creation failed: %s", error.what());
             m_ResetState();
-            m_bIndexIsRead = false;
+            m_ThumbFileState.bIsRead = false;
             std::ignore = media_content_disconnect();  // nothing depends on it any more
             return false;
         }
@@ -133,8 +132,7 @@ void CZELThumbFlashCache::m_ResetState() {
     m_CacheSize = 0;
     m_ThumbItemList.clear();
     m_ThumbFolderList.clear();
-    m_bIndexIsRead = true;
-    m_bEndIsWhole = false;
+    m_ThumbFileState = {};
 }
 
 void CZELThumbFlashCache::m_Destroy() {

@@ -7,6 +7,7 @@
 
 #include "log.h"
 #include "size_arithmetic.h"
+#include "thumb_file_record.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
 void CZELThumbFlashCache::m_ReserveSpace(long size) {
@@ -58,6 +59,8 @@ bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> 
         newFolder.front()->Path = strFolder;
         newFolder.front()->Devicetype = pThumbItem->Devicetype;
     }
+    std::string& missing = m_ThumbFileState.strMissing;
+    missing.reserve(missing.size() + 2 * thumbFileRecordMaxLength);
 
     ZEL_LOG_INFO("Start");
     if (!m_SaveThumb(buffer, bufferPreset, xsize, ysize, filename)) {

@@ -63,14 +63,22 @@ private:
     std::ptrdiff_t m_Position = 0;
 };
 
+// Whether a zero byte stands before the end of a text, other than the zeros that a power failure
+// leaves there.
+bool HidesItsEnd(std::string_view text) {
+    const std::size_t last = text.find_last_not_of('\0');
+    return last != std::string_view::npos && text.substr(0, last).find('\0') != text.npos;
+}
+
 }  // namespace
 
 bool CZELThumbFlashCache::m_LoadThumbFile() {
     // Without O_NONBLOCK a named pipe that nobody writes to would stop the start here.
     CZELFileDescriptor file(open(m_strCachePath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    m_bIndexIsRead = false;
+    m_ThumbFileState = {};
+    m_ThumbFileState.bIsRead = false;
     if (!file.IsOpen()) {
-        m_bIndexIsRead = errno == ENOENT;
+        m_ThumbFileState.bIsRead = errno == ENOENT;
         ZEL_LOG_INFO("open %s fail , error =%d \n", m_strCachePath.c_str(), errno);
         return false;
     }
@@ -81,11 +89,13 @@ bool CZELThumbFlashCache::m_LoadThumbFile() {
     }
     std::ptrdiff_t carried = 0;
     std::ptrdiff_t readSize = firstReadSize;
+    bool bEndIsSeen = false;
     while (readSize > 0) {
         std::size_t count = 0;
-        m_bIndexIsRead =
+        m_ThumbFileState.bIsRead =
             file.ReadUpTo(pBuf.get() + carried, static_cast<std::size_t>(readSize), count);
         if (count == 0) {
+            bEndIsSeen = true;
             break;
         }
         const std::ptrdiff_t held = carried + static_cast<std::ptrdiff_t>(count);
@@ -99,6 +109,8 @@ bool CZELThumbFlashCache::m_LoadThumbFile() {
         std::memmove(pBuf.get(), pBuf.get() + (held - carried), static_cast<std::size_t>(carried));
         readSize = nextReadSize - carried;
     }
+    m_ThumbFileState.bNeedsRewrite =
+        !bEndIsSeen || HidesItsEnd({pBuf.get(), static_cast<std::size_t>(carried)});
     return true;
 }
 

@@ -36,7 +36,25 @@ std::size_t Join(char* text, const Pieces&... pieces) {
     return length;
 }
 
+// Without a branch for each character: a rewrite looks at every text there is.
+bool IsFreeOfSeparators(std::string_view text) {
+    unsigned found = 0;
+    for (const char c : text) {
+        found |= static_cast<unsigned>(c == '"') | static_cast<unsigned>(c == '>') |
+                 static_cast<unsigned>(c == '\0');
+    }
+    return found == 0;
+}
+
 }  // namespace
+
+bool CanBeReadBack(const CZELThumbFlashCache::CZELFlashCacheItem& item) {
+    return IsFreeOfSeparators(item.Path) && IsFreeOfSeparators(item.URL);
+}
+
+bool CanBeReadBack(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder) {
+    return IsFreeOfSeparators(folder.Sid) && IsFreeOfSeparators(folder.Path);
+}
 
 std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item, char* text) {
     return Join(text, "<Type=0,Path=\""sv, item.Path, "\",URL=\""sv, item.URL, "\",Size="sv,

@@ -9,9 +9,9 @@
  *     <Type=1,Sid="dev0",Path="/cache/dev0",Devicetype=0>
  *
  * Keys come in exactly this order. Nothing is escaped: a value ends at the next double quote and a
- * record at the next ">". A record with its CR LF has at most 1,023 characters. Records of both
- * kinds may stand in any order; that of the thumbnail records is the order of their age, oldest
- * first.
+ * record at the next ">", so no text holds one. A record with its CR LF has at most 1,023
+ * characters. Records of both kinds may stand in any order; that of the thumbnail records is the
+ * order of their age, oldest first.
  */
 #ifndef ZEL_THUMB_FILE_RECORD_H
 #define ZEL_THUMB_FILE_RECORD_H
@@ -25,7 +25,14 @@
 constexpr std::size_t thumbFileRecordMaxLength = 1023;
 
 /**
- * Writes the record of a thumbnail or of a folder, whose texts hold no NUL, CR LF included.
+ * Whether the texts of a thumbnail or of a folder can be read back from its record: none holds a
+ * double quote or a ">", which would end it, or a NUL, behind which nothing is read.
+ */
+bool CanBeReadBack(const CZELThumbFlashCache::CZELFlashCacheItem& item);
+bool CanBeReadBack(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder);
+
+/**
+ * Writes the record of a thumbnail or of a folder that can be read back, CR LF included.
  * @param text  receives it; has room for thumbFileRecordMaxLength bytes
  * @return its length, or 0 when it is too long for the file
  */

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <exception>
 #include <string>
@@ -45,7 +46,8 @@ bool CutZeros(const CZELFileDescriptor& file, off_t& size) {
 }
 
 // Puts the end of a record behind a part of one that a process left when it was killed, and that
-// would swallow the next record otherwise. False when the end of the file cannot be made sure of.
+// would swallow the next record otherwise. A line feed alone is no end: a file name may hold one.
+// False when the end of the file cannot be made sure of.
 bool EndTornRecord(CZELFileDescriptor& file) {
     struct stat status {};
     if (fstat(file.Get(), &status) != 0) {
@@ -55,12 +57,18 @@ bool EndTornRecord(CZELFileDescriptor& file) {
     if (!S_ISREG(status.st_mode) || size == 0) {
         return true;
     }
-    char last = '\n';
-    if (!CutZeros(file, size) || (size > 0 && pread(file.Get(), &last, 1, size - 1) != 1)) {
+    if (!CutZeros(file, size)) {
         return false;
     }
     constexpr std::string_view end = ">\r\n";
-    return last == '\n' || file.Write(end) == end.size();
+    std::array<char, end.size()> last;
+    const std::size_t length = std::min(last.size(), static_cast<std::size_t>(size));
+    const ssize_t count = pread(file.Get(), last.data(), length, size - static_cast<off_t>(length));
+    if (count != static_cast<ssize_t>(length)) {
+        return false;
+    }
+    const bool bIsWhole = size == 0 || std::string_view(last.data(), length) == end;
+    return bIsWhole || file.Write(end) == end.size();
 }
 
 // Takes back the part of a record that was written.
@@ -72,29 +80,89 @@ void CutBack(CZELFileDescriptor& file, std::size_t written) {
     }
 }
 
+// Puts the records of folders, or of thumbnails, into the new text of the index; those that could
+// not be read back are left out. False when the device is full or fails.
+bool PutFolders(const CZELThumbFlashCache::FolderList& folders, CZELReplacementFile& file) {
+    for (const auto& folder : folders) {
+        if (folder->Sid.empty() || folder->Path.empty()) {
+            ZEL_LOG_INFO("strSid or strPath is empty###\n");
+            continue;
+        }
+        if (!CanBeReadBack(*folder)) {
+            ZEL_LOG_INFO("m_RefreshThumbFile folder record holds \" or > or NUL\n");
+            continue;
+        }
+        const std::size_t length = FormatThumbFileRecord(*folder, file.Room());
+        if (length == 0) {
+            ZEL_LOG_INFO("m_RefreshThumbFile folder record is too long\n");
+        } else if (!file.Append(length)) {
+            ZEL_LOG_INFO("m_RefreshThumbFile fwrite failed...\n");
+            return false;
+        }
+    }
+    return true;
+}
+
+bool PutItems(const CZELThumbFlashCache::ItemList& items, CZELReplacementFile& file) {
+    for (const auto& item : items) {
+        if (item->Path.empty()) {
+            continue;
+        }
+        if (!CanBeReadBack(*item)) {
+            ZEL_LOG_INFO("m_RefreshThumbFile thumbnail record holds \" or > or NUL\n");
+            continue;
+        }
+        const std::size_t length = FormatThumbFileRecord(*item, file.Room());
+        if (length == 0) {
+            ZEL_LOG_INFO("m_RefreshThumbFile thumbnail record is too long\n");
+        } else if (!file.Append(length)) {
+            ZEL_LOG_INFO("m_AddItemToThumbFile fwrite failed...\n");
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Publish(CZELReplacementFile& file) {
+    if (!file.Commit()) {
+        ZEL_LOG_INFO("m_RefreshThumbFile fwrite failed...\n");
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 CZELThumbFlashCache::AppendResult CZELThumbFlashCache::m_AppendRecord(std::string_view record) {
+    ZELThumbFileState& state = m_ThumbFileState;
+    if (state.bNeedsRewrite && state.bIsRead) {
+        std::ignore = m_RefreshThumbFile();  // tells by the state whether it has succeeded
+    }
     CZELFileDescriptor file(open(
         m_strCachePath.c_str(), O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, newFileMode));
     if (!file.IsOpen()) {
         return AppendResult::NotOpened;
     }
+    if (state.bNeedsRewrite && state.bIsRead) {
+        return AppendResult::Short;  // the rewrite to come has the record from the lists
+    }
+    state.strMissing += record;
     // Looked at once: what this process appends afterwards is whole.
-    const bool bEndIsWhole = m_bEndIsWhole || EndTornRecord(file);
-    m_bEndIsWhole = false;
+    const bool bEndIsWhole = state.bEndIsWhole || EndTornRecord(file);
+    state.bEndIsWhole = false;
     if (!bEndIsWhole) {
         return AppendResult::Short;
     }
-    const std::size_t written = file.Write(record);
-    if (written < record.size()) {
+    const std::size_t written = file.Write(state.strMissing);
+    if (written < state.strMissing.size()) {
         CutBack(file, written);
         return AppendResult::Short;
     }
+    state.strMissing.clear();
     if (!file.Close()) {
         return AppendResult::Short;
     }
-    m_bEndIsWhole = true;
+    state.bEndIsWhole = true;
     return AppendResult::Appended;
 }
 
@@ -105,39 +173,20 @@ bool CZELThumbFlashCache::m_RefreshThumbFile() try {
         ZEL_LOG_INFO("Failed to create %s  file.\n", m_strCachePath.c_str());
         return false;
     }
-    m_bEndIsWhole = false;
-    if (!m_bIndexIsRead) {
+    ZELThumbFileState& state = m_ThumbFileState;
+    state.bEndIsWhole = false;
+    if (!state.bIsRead) {
         ZEL_LOG_INFO("m_RefreshThumbFile keeps what could not be read\n");
         return false;
     }
-    for (const auto& folder : m_ThumbFolderList) {
-        if (folder->Sid.empty() || folder->Path.empty()) {
-            ZEL_LOG_INFO("strSid or strPath is empty###\n");
-            continue;
-        }
-        const std::size_t length = FormatThumbFileRecord(*folder, file.Room());
-        if (length == 0) {
-            ZEL_LOG_INFO("m_RefreshThumbFile folder record is too long\n");
-        } else if (!file.Append(length)) {
-            ZEL_LOG_INFO("m_RefreshThumbFile fwrite failed...\n");
-            return true;
-        }
+    if (PutFolders(m_ThumbFolderList, file) && PutItems(m_ThumbItemList, file) && Publish(file)) {
+        state.bEndIsWhole = true;
+        state.bNeedsRewrite = false;
+    } else if (!state.strMissing.empty()) {
+        // Some of the missing records may be of thumbnails that are gone.
+        state.bNeedsRewrite = true;
     }
-    for (const auto& item : m_ThumbItemList) {
-        if (item->Path.empty()) {
-            continue;
-        }
-        const std::size_t length = FormatThumbFileRecord(*item, file.Room());
-        if (length == 0) {
-            ZEL_LOG_INFO("m_RefreshThumbFile thumbnail record is too long\n");
-        } else if (!file.Append(length)) {
-            ZEL_LOG_INFO("m_AddItemToThumbFile fwrite failed...\n");
-            return true;
-        }
-    }
-    if (!file.Commit()) {
-        ZEL_LOG_INFO("m_RefreshThumbFile fwrite failed...\n");
-    }
+    state.strMissing.clear();
     return true;
 } catch (const std::exception& error) {
     ZEL_LOG_WARN("m_RefreshThumbFile failed: %s", error.what());
@@ -152,6 +201,10 @@ bool CZELThumbFlashCache::m_AddItemToThumbFile(
     }
     if (pThumbItem->Path.empty() || pThumbItem->Size < 0) {
         ZEL_LOG_INFO("m_AddItemToThumbFile strPath is empty or Size < 0\n");
+        return false;
+    }
+    if (!CanBeReadBack(*pThumbItem)) {
+        ZEL_LOG_INFO("m_AddItemToThumbFile record holds \" or > or NUL\n");
         return false;
     }
     std::array<char, thumbFileRecordMaxLength> text;
@@ -179,6 +232,10 @@ bool CZELThumbFlashCache::m_AddFolderItemToThumbFile(
     }
     if (pThumbFolderItem->Sid.empty() || pThumbFolderItem->Path.empty()) {
         ZEL_LOG_INFO("m_AddFolderItemToThumbFile strSid or strPath is empty\n");
+        return false;
+    }
+    if (!CanBeReadBack(*pThumbFolderItem)) {
+        ZEL_LOG_INFO("m_AddFolderItemToThumbFile record holds \" or > or NUL\n");
         return false;
     }
     std::array<char, thumbFileRecordMaxLength> text;
