@@ -31,6 +31,29 @@ TEST_F(Loading, sizesAndTypesAreConvertedAsTheyStand) {
     }
 }
 
+TEST_F(Loading, sumOfTheSizesStaysWithin32BitsAndDamageCostsNoOtherRecord) {
+    constexpr long ceiling = ZEL_FLASH_CACHE_MAX, most = 2147483647;
+    const std::tuple<std::vector<long>, const char*, long> cases[] = {
+        {{most - 7, 7}, " 0 1", most},
+        {{7, most - 6, 7}, " 0 2", 14},
+        {{most, 7, 7}, " 1 2", 14},
+        {{most - 1, most - 1}, " 0", most - 1},
+        {{ceiling + 1, 7, most - ceiling - 8, 7}, " 0 1 3", ceiling + 15},
+        {std::vector<long>(21, ceiling), nullptr, 20 * ceiling},  // too many, but none is damaged
+    };
+    for (const auto& [sizes, content, sum] : cases) {
+        std::string text;
+        for (std::size_t i = 0; i < sizes.size(); ++i) {
+            text += ItemRecord("p/" + std::to_string(i), sizes[i]);
+        }
+        const std::string loaded = boost::replace_all_copy(Load(text), " p/", " ");
+        EXPECT_TRUE(content == nullptr || loaded == content) << loaded;
+        EXPECT_EQ(engine->m_CacheSize, sum) << loaded;
+    }
+    EXPECT_THAT(Log(), HasSubstr("I m_ParseItem ~|I m_ParseItem size[104857600] is more than the "
+                                 "cache can count###~"));
+}
+
 TEST_F(Loading, refusedRecordsSayWhichFieldAndCostOnlyThemselves) {
     const std::string path = "<Type=0,Path=\"p\"", url = path + ",URL=\"u\"";
     const std::string sid = "<Type=1,Sid=\"s\"";

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <iterator>
+#include <limits>
 #include <memory>
 #include <new>
 #include <string>
@@ -68,6 +70,27 @@ private:
 bool HidesItsEnd(std::string_view text) {
     const std::size_t last = text.find_last_not_of('\0');
     return last != std::string_view::npos && text.substr(0, last).find('\0') != text.npos;
+}
+
+// Whether a thumbnail of that size can be accounted for. Where the sum leaves no room for it, a
+// damaged record has claimed it, and goes: the last one with more than the whole cache.
+bool MakeRoomInSum(CZELThumbFlashCache::ItemList& items, int& cacheSize, int size) {
+    if (size <= std::numeric_limits<int>::max() - static_cast<long long>(cacheSize)) {
+        return true;
+    }
+    const auto damaged = size > ZEL_FLASH_CACHE_MAX
+                             ? items.rend()
+                             : std::find_if(items.rbegin(), items.rend(), [](const auto& item) {
+                                   return item->Size > ZEL_FLASH_CACHE_MAX;
+                               });
+    const bool bFound = damaged != items.rend();
+    ZEL_LOG_INFO("m_ParseItem size[%ld] is more than the cache can count###\n",
+                 bFound ? (*damaged)->Size : static_cast<long>(size));
+    if (bFound) {
+        cacheSize = WrappingSubtract(cacheSize, (*damaged)->Size);
+        items.erase(std::next(damaged).base());
+    }
+    return bFound;
 }
 
 }  // namespace
@@ -190,8 +213,11 @@ bool CZELThumbFlashCache::m_ParseItem(char* pStart, int len) {
         ZEL_LOG_INFO("unknown device type\n");
         return false;
     }
-    boost::intrusive_ptr<CZELFlashCacheItem> pItem(
-        new CZELFlashCacheItem(path, url, std::max(size, 0), type));
+    size = std::max(size, 0);
+    if (!MakeRoomInSum(m_ThumbItemList, m_CacheSize, size)) {
+        return false;
+    }
+    boost::intrusive_ptr<CZELFlashCacheItem> pItem(new CZELFlashCacheItem(path, url, size, type));
     ZEL_LOG_INFO("path= %s ,URL= %s ,size=%ld", pItem->Path.c_str(), pItem->URL.c_str(),
                  pItem->Size);
     m_ThumbItemList.push_back(std::move(pItem));
