@@ -24,7 +24,8 @@
  * @endcode
  *
  * Results: every function returns 1 for success and 0 for failure. A failure is explained by one
- * line in the platform's log. No function throws, and none ends the process.
+ * line in the platform's log. No function throws, and none ends the process. A thread is not
+ * cancelled (pthread_cancel) while it is in one of them: that can end the process.
  *
  * Ownership: strings are copied in and copied out. A string that a getter hands out belongs to the
  * caller, who releases it with free().
@@ -40,7 +41,8 @@
  * Stack: a save uses about 28 KiB of the calling thread's stack, and the platform's log what it
  * needs.
  *
- * One process at a time uses one thumb file. After a fork the child makes no call.
+ * One process at a time uses one thumb file, and the file of its name with ".new" at the end
+ * belongs to the library. After a fork the child makes no call.
  *
  * Signals: a write beyond a limit on the size of files (SIGXFSZ) or into a pipe without a reader
  * (SIGPIPE) ends a process that does not ignore these signals.
@@ -83,9 +85,8 @@ ZEL_THUMBNAIL_FLASH_CACHE_API int zel_destroy_thumbnail_flash_cache_param(
  * database, or the serial number of the camera. The folder exists before the save, and the folder,
  * with everything in it, is deleted when the device is found to be gone.
  *
- * The path should hold neither a double quote nor ">", and path and folder together should stay
- * below 950 bytes: the thumb file cannot hold such a record, and the thumbnail would be lost at the
- * next start, or refused.
+ * The path holds neither a double quote nor ">", and path and folder together stay below 950 bytes:
+ * the thumb file cannot hold another record, so the thumbnail is refused and its file removed.
  *
  * @param filename  copied; an earlier file name of the record is released
  * @return 1; 0 when an argument is null or the file name empty (the record is unchanged), or when
@@ -184,7 +185,7 @@ ZEL_THUMBNAIL_FLASH_CACHE_API int zel_thumbnail_flash_cache_init(const char* str
  *                      released or changed as soon as the call returns
  * @param buffer        xsize x ysize pixels, rows from top to bottom without gaps, 4 bytes a pixel:
  *                      blue, green, red and one byte that is ignored (4 * xsize * ysize bytes);
- * only read
+ *                      only read
  * @param bufferPreset  null, or 4096 readable bytes with a text that ends with a zero byte within
  *                      them; the 4096 bytes are written to the file after the image;
  *                      a full device that cuts them short is not reported
