@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -14,15 +15,38 @@ namespace {
 
 using Pixbuf = std::unique_ptr<GdkPixbuf, ReleaseBy<g_object_unref>>;
 
-// Of a JPEG file only as much is decoded as a scaled-down picture needs. Other formats gain nothing
-// from that, and would pass off the part of a file that is cut short as the picture.
+using FormatName = std::unique_ptr<char, ReleaseBy<g_free>>;
+
+constexpr std::int64_t kMostPixels = std::int64_t{256} << 20;
+
+// This container tells the size of its pictures only once they are decoded, however large.
+void DisableIconContainer() {
+    const std::unique_ptr<GSList, ReleaseBy<g_slist_free>> formats(gdk_pixbuf_get_formats());
+    for (const GSList* entry = formats.get(); entry != nullptr; entry = entry->next) {
+        auto* format = static_cast<GdkPixbufFormat*>(entry->data);
+        const FormatName name(gdk_pixbuf_format_get_name(format));
+        if (g_strcmp0(name.get(), "icns") == 0) {
+            gdk_pixbuf_format_set_disabled(format, TRUE);
+        }
+    }
+}
+
+// Only as much as a scaled-down picture needs is decoded of a JPEG file, and drawn of a scalable
+// picture. Other formats gain nothing from that, and would pass off the part of a file that is cut
+// short as the picture.
 GdkPixbuf* Decode(const char* file, int box, GError** error) {
+    DisableIconContainer();
     PixelSize size = {0, 0};
     GdkPixbufFormat* format = gdk_pixbuf_get_file_info(file, &size.width, &size.height);
-    const std::unique_ptr<char, ReleaseBy<g_free>> name(
-        format != nullptr ? gdk_pixbuf_format_get_name(format) : nullptr);
+    const FormatName name(format != nullptr ? gdk_pixbuf_format_get_name(format) : nullptr);
+    const bool is_scalable = format != nullptr && gdk_pixbuf_format_is_scalable(format) == TRUE;
+    if (!is_scalable && std::int64_t{size.width} * size.height > kMostPixels) {
+        throw std::runtime_error("it has " + std::to_string(size.width) + " x " +
+                                 std::to_string(size.height) +
+                                 " pixels, which is more than 256 megapixels");
+    }
     const bool is_large = size.width > box || size.height > box;
-    return is_large && g_strcmp0(name.get(), "jpeg") == 0
+    return is_large && (is_scalable || g_strcmp0(name.get(), "jpeg") == 0)
                ? gdk_pixbuf_new_from_file_at_scale(file, box, box, TRUE, error)
                : gdk_pixbuf_new_from_file(file, error);
 }
