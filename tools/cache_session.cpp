@@ -37,8 +37,8 @@ void Stop() {
 
 CacheSession::CacheSession(const std::string& index) {
     const auto path = std::filesystem::absolute(index);
-    if (!std::filesystem::is_directory(path.parent_path())) {
-        throw std::runtime_error("the directory of the index " + index + " does not exist");
+    if (std::filesystem::is_directory(path)) {
+        throw std::runtime_error("the index " + index + " is a directory");
     }
     const bool is_started = zel_thumbnail_flash_cache_init(path.c_str()) == 1;
     if (!is_started || !WaitUntilReady(*this)) {

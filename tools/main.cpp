@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "options.h"
+#include "report.h"
 
 int main(int argc, char** argv) {
     int status = 1;
@@ -14,10 +15,11 @@ int main(int argc, char** argv) {
     } catch (const UsageError& error) {
         std::ignore =
             std::fprintf(stderr, "zel-thumbnail-cache: %s (zel-thumbnail-cache --help explains)\n",
-                         error.what());
+                         Printable(error.what()).c_str());
         return 2;  // nothing can be done about a standard error that cannot be written to
     } catch (const std::exception& error) {
-        std::ignore = std::fprintf(stderr, "zel-thumbnail-cache: %s\n", error.what());  // likewise
+        std::ignore = std::fprintf(stderr, "zel-thumbnail-cache: %s\n",
+                                   Printable(error.what()).c_str());  // likewise
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         std::perror("zel-thumbnail-cache: standard output");

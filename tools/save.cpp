@@ -6,6 +6,7 @@
 
 #include "cache_session.h"
 #include "commands.h"
+#include "index_lock.h"
 #include "index_reader.h"
 #include "picture.h"
 #include "report.h"
@@ -48,7 +49,10 @@ fs::path Below(const fs::path& directory, const fs::path& picture) {
 class Saver {
 public:
     explicit Saver(const Options& options)
-        : options_(options), cache_(MakeFolder(options.cache)), session_(options.index) {
+        : options_(options),
+          lock_(options.index),
+          cache_(MakeFolder(options.cache)),
+          session_(options.index) {
         if (options.device.empty()) {
             storages_ = ListStorages();
         }
@@ -146,6 +150,7 @@ private:
     }
 
     const Options& options_;
+    const IndexLock lock_;
     const fs::path cache_;
     const CacheSession session_;
     std::vector<Storage> storages_;

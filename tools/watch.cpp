@@ -5,6 +5,7 @@
 
 #include "cache_session.h"
 #include "commands.h"
+#include "index_lock.h"
 #include "report.h"
 #include "zel_platform_storage_events.h"
 #include "zel_thumbnail_flash_cache_internal.h"
@@ -50,6 +51,7 @@ int WatchStorages(const Options& options) {
     std::ignore = pthread_sigmask(SIG_BLOCK, &stop,
                                   nullptr);  // cannot fail with these arguments
 
+    const IndexLock lock(options.index);
     const CacheSession session(options.index);
     const Registration registration;
     PrintLine("ready");

@@ -1,0 +1,32 @@
+/**
+ * @file
+ * Exclusion of commands that would use one index at the same time.
+ */
+#ifndef ZEL_TOOLS_INDEX_LOCK_H
+#define ZEL_TOOLS_INDEX_LOCK_H
+
+#include <string>
+
+/**
+ * The directory of an index, locked against other commands until the object or the process ends.
+ * It is the directory of the file that the index leads to when it is a symbolic link, because the
+ * cache writes there: every name of an index but a hard link comes to the same lock. The directory
+ * itself is locked, as a rewritten index is a new file.
+ */
+class IndexLock {
+public:
+    /**
+     * Takes the lock without waiting.
+     * Throws std::runtime_error with the reason, which names the process in the way if it can be
+     * known.
+     */
+    explicit IndexLock(const std::string& index);
+    ~IndexLock();
+    IndexLock(const IndexLock&) = delete;
+    IndexLock& operator=(const IndexLock&) = delete;
+
+private:
+    const int directory_;
+};
+
+#endif
