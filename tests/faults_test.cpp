@@ -25,7 +25,8 @@ struct Faults {
             return errno = EPERM, true;
         if (++calls < first || (calls > first && !all))
             return false;
-        constexpr std::string_view removing = " remove unlinkat access openat fdopendir renameat ";
+        constexpr std::string_view removing =
+            " remove unlinkat access openat64 fdopendir renameat ";
         removalFailed |= all || removing.find(call) != removing.npos;
         errno = EIO;
         return true;
@@ -40,22 +41,22 @@ static Faults faults;
         return faults.Hit(#name) ? (failure) : __real_##name(__VA_ARGS__); \
     }
 
-WRAP(int, open, -1, (const char* path, int flags, unsigned mode), path, flags, mode)
-WRAP(int, openat, -1, (int at, const char* path, int flags), at, path, flags)
+WRAP(int, open64, -1, (const char* path, int flags, unsigned mode), path, flags, mode)
+WRAP(int, openat64, -1, (int at, const char* path, int flags), at, path, flags)
 WRAP(ssize_t, read, -1, (int file, void* data, size_t size), file, data, size)
-WRAP(ssize_t, pread, -1, (int file, void* data, size_t size, off_t at), file, data, size, at)
+WRAP(ssize_t, pread64, -1, (int file, void* data, size_t size, off_t at), file, data, size, at)
 WRAP(ssize_t, write, -1, (int file, const void* data, size_t size), file, data, size)
-WRAP(int, ftruncate, -1, (int file, off_t size), file, size)
+WRAP(int, ftruncate64, -1, (int file, off_t size), file, size)
 WRAP(int, fdatasync, -1, (int file), file)
 WRAP(int, sync_file_range, -1, (int file, off_t at, off_t size, unsigned flags), file, at, size,
      flags)
 WRAP(int, close, (__real_close(file), -1), (int file), file)
 WRAP(int, rename, -1, (const char* from, const char* to), from, to)
 WRAP(int, renameat, -1, (int from, const char* old, int to, const char* name), from, old, to, name)
-WRAP(ssize_t, sendfile, -1, (int to, int from, off_t* at, size_t size), to, from, at, size)
+WRAP(ssize_t, sendfile64, -1, (int to, int from, off_t* at, size_t size), to, from, at, size)
 WRAP(int, mkdir, -1, (const char* path, mode_t mode), path, mode)
-WRAP(int, stat, -1, (const char* path, struct stat* status), path, status)
-WRAP(int, fstat, -1, (int file, struct stat* status), file, status)
+WRAP(int, stat64, -1, (const char* path, struct stat* status), path, status)
+WRAP(int, fstat64, -1, (int file, struct stat* status), file, status)
 WRAP(int, access, -1, (const char* path, int mode), path, mode)
 WRAP(int, remove, -1, (const char* path), path)
 WRAP(int, unlinkat, -1, (int at, const char* path, int flags), at, path, flags)

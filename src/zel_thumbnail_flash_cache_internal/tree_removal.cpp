@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -17,6 +18,9 @@ namespace {
 // Each level costs a descriptor and a stack frame; what lies deeper is moved up first.
 constexpr int maxDepth = 32;
 constexpr int maxAttempts = 100;
+
+// With less, readdir() ends at the first large inode number.
+static_assert(sizeof(off_t) == sizeof(std::int64_t), "build with _FILE_OFFSET_BITS=64");
 
 struct CloseDirectory {
     void operator()(DIR* directory) const {
