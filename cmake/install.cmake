@@ -10,9 +10,13 @@ install(FILES include/zel_thumbnail_flash_cache.h DESTINATION ${CMAKE_INSTALL_IN
         COMPONENT development)
 
 # A device has platform libraries of its own, which it names in the cache.
-foreach(service zel-platform-log zel-platform-media-content zel-content-agent)
+foreach(service zel-platform-log zel-platform-media-content zel-content-agent zel-linux-devices)
+    if(NOT TARGET ${service})
+        continue()
+    endif()
     get_target_property(is_the_devices ${service} IMPORTED)
     if(NOT is_the_devices)
+        set_target_properties(${service} PROPERTIES INSTALL_RPATH "$ORIGIN")
         install(TARGETS ${service} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime)
     endif()
 endforeach()

@@ -11,7 +11,7 @@
 #include <tuple>
 
 #include "handle.h"
-#include "usb_mounts.h"
+#include "mount_table.h"
 
 namespace zel::platform {
 namespace {

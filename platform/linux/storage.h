@@ -7,10 +7,10 @@
 
 #include <sys/types.h>
 
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "usb_mounts.h"
 #include "zel_platform_storage.h"
 
 /** One storage. */
@@ -24,12 +24,13 @@ namespace zel::platform {
 
 using StorageList = std::vector<_zel_storage_s>;
 
-/**
- * The USB storages mounted now.
- * @return nothing when the mount table or udev cannot be read
- * @throw std::bad_alloc
- */
-std::optional<StorageList> list_usb_storages();
+/** The storages that stand for mounts. @throw std::bad_alloc */
+inline StorageList to_storages(const std::vector<UsbMount>& mounts) {
+    StorageList storages;
+    for (const UsbMount& mount : mounts)
+        storages.push_back({mount.path, mount.serial_number, mount.device});
+    return storages;
+}
 
 }  // namespace zel::platform
 

@@ -52,7 +52,7 @@ private:
                 if (watch_->take_notifications())
                     report_changes();
             } catch (...) {
-                // Out of memory: the next change is compared with the same old storages.
+                // They cannot be listed: the next change is compared with the same old storages.
             }
         }
     }
@@ -73,18 +73,16 @@ private:
     }
 
     void report_changes() {
-        auto now = list_usb_storages();
-        if (!now)
-            return;
+        StorageList now = to_storages(list_usb_mounts());
         for (_zel_storage_s& storage : storages_) {
-            if (!contains(*now, storage))
+            if (!contains(now, storage))
                 report(ZEL_STORAGE_EVENT_REMOVED, storage);
         }
-        for (_zel_storage_s& storage : *now) {
+        for (_zel_storage_s& storage : now) {
             if (!contains(storages_, storage))
                 report(ZEL_STORAGE_EVENT_CONNECTED, storage);
         }
-        storages_ = std::move(*now);
+        storages_ = std::move(now);
     }
 
     void report(zel_storage_event_e event, _zel_storage_s& storage) noexcept {
@@ -102,7 +100,7 @@ private:
 
     // Used by the thread alone. The watch starts before the first list: no change falls between.
     const std::unique_ptr<MountWatch> watch_ = MountWatch::start();
-    StorageList storages_ = list_usb_storages().value();
+    StorageList storages_ = to_storages(list_usb_mounts());
 
     std::thread thread_;
 };

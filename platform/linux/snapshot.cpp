@@ -1,0 +1,124 @@
+#include "snapshot.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <mutex>
+#include <new>
+#include <stdexcept>
+#include <thread>
+#include <tuple>
+#include <utility>
+
+#include "zel_platform_log.h"
+
+namespace zel::platform {
+namespace {
+
+constexpr std::chrono::milliseconds kLongestWait(3000), kPause(20);
+
+struct Connections {
+    std::mutex mutex;
+    int count = 0;
+    SnapshotPointer last;
+} connections;
+
+void log_failure(const char* what, const std::exception& reason) {
+    std::ignore = __dlog_print(2, ZEL_PLATFORM_LOG_WARN, "ZEL-LINUX-PLATFORM", "%s: %s\n", what,
+                               reason.what());  // there is no other place to tell it
+}
+
+// The devices, or null when udev has still to look at one of them.
+SnapshotPointer look() {
+    const auto is_probed = [](const auto& device) { return device.is_probed; };
+    const std::vector<UsbMount> mounts = list_usb_mounts();
+    const std::vector<Camera> cameras = list_cameras();
+    const bool all_are_probed = std::all_of(mounts.begin(), mounts.end(), is_probed) &&
+                                std::all_of(cameras.begin(), cameras.end(), is_probed);
+    return all_are_probed ? new Snapshot(mounts, cameras) : nullptr;
+}
+
+SnapshotPointer look_until_probed() {
+    const auto end = std::chrono::steady_clock::now() + kLongestWait;
+    SnapshotPointer now = look();
+    while (!now && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(kPause);
+        now = look();
+    }
+    return now;
+}
+
+SnapshotPointer not_null(SnapshotPointer snapshot) {
+    if (!snapshot)
+        throw std::runtime_error("udev has not looked at every device yet");
+    return snapshot;
+}
+
+char* copy_text(const char* text) { return strdup(text); }
+
+}  // namespace
+
+CopiedText::CopiedText(const std::string& text) : text_(text), spare_(copy_text(text_.c_str())) {
+    if (spare_ == nullptr)
+        throw std::bad_alloc();
+}
+
+CopiedText::~CopiedText() { std::free(spare_); }
+
+char* CopiedText::copy() const {
+    char* text = copy_text(text_.c_str());
+    return text != nullptr ? text : spare_.exchange(nullptr);
+}
+
+Snapshot::Snapshot(const std::vector<UsbMount>& mounts, const std::vector<Camera>& attached)
+    : usb{this, to_storages(mounts)}, cameras{this, {}} {
+    for (const UsbMount& mount : mounts)
+        database.emplace_back(this, mount);
+    for (const Camera& camera : attached)
+        cameras.storages.push_back({"", camera.serial_number, 0});
+}
+
+bool connect_devices() noexcept try {
+    SnapshotPointer now = not_null(look_until_probed());
+    const std::lock_guard<std::mutex> lock(connections.mutex);
+    ++connections.count;
+    connections.last.swap(now);
+    return true;
+} catch (const std::exception& error) {
+    log_failure("the attached devices cannot be listed", error);
+    return false;
+}
+
+bool disconnect_devices() noexcept {
+    SnapshotPointer released;  // after the lock
+    const std::lock_guard<std::mutex> lock(connections.mutex);
+    if (connections.count == 0)
+        return false;
+    if (--connections.count == 0)
+        released.swap(connections.last);
+    return true;
+}
+
+bool is_connected() noexcept {
+    const std::lock_guard<std::mutex> lock(connections.mutex);
+    return connections.count > 0;
+}
+
+SnapshotPointer attached_devices() noexcept {
+    SnapshotPointer now;
+    try {
+        now = not_null(look());
+    } catch (const std::exception& error) {
+        log_failure("the attached devices are taken from the last time", error);
+    }
+    const std::lock_guard<std::mutex> lock(connections.mutex);
+    if (!now)
+        return connections.last;
+    if (connections.count > 0)
+        connections.last = now;
+    return now;
+}
+
+}  // namespace zel::platform
