@@ -39,25 +39,27 @@ Directory OpenDirectory(int parent, const char* name) {
     return directory;
 }
 
+// Whether what could not be unlinked may be a directory. Where the process may not write, it hears
+// no more than that, but what is inside may be open to it.
+bool MayBeDirectory() { return errno == EISDIR || errno == EPERM || errno == EACCES; }
+
 class TreeRemoval {
 public:
     bool Remove(int parent, const char* name) {
         if (unlinkat(parent, name, 0) == 0) {
             return true;
         }
-        if (errno != EISDIR && errno != EPERM) {
+        if (!MayBeDirectory()) {
             return false;
         }
-        const Directory top = OpenDirectory(parent, name);
-        if (!top) {
-            return false;
+        if (const Directory top = OpenDirectory(parent, name)) {
+            m_Top = dirfd(top.get());
+            do {
+                m_bMoved = false;
+                rewinddir(top.get());
+                m_RemoveContent(top.get(), 1);
+            } while (m_bMoved);
         }
-        m_Top = dirfd(top.get());
-        do {
-            m_bMoved = false;
-            rewinddir(top.get());
-            m_RemoveContent(top.get(), 1);
-        } while (m_bMoved);
         return unlinkat(parent, name, AT_REMOVEDIR) == 0;
     }
 
@@ -73,7 +75,7 @@ private:
 
     // What stays shows when the directory that holds it cannot be removed.
     void m_RemoveEntry(int parent, const char* name, int depth) {
-        if (unlinkat(parent, name, 0) == 0 || (errno != EISDIR && errno != EPERM) ||
+        if (unlinkat(parent, name, 0) == 0 || !MayBeDirectory() ||
             unlinkat(parent, name, AT_REMOVEDIR) == 0) {
             return;
         }
