@@ -7,7 +7,7 @@ struct Directories : CacheTest {
 
     // Makes a directory with a tree "x" at random, and tells the rights of the owner by path.
     static auto Grow(const std::string& top, std::mt19937 random) {
-        std::map<std::string, unsigned long> tree = {{"", random() % 4 == 0 ? 5 : 7}};
+        std::map<std::string, unsigned long> tree = {{"", random() % 3 == 0 ? random() % 8 : 7}};
         for (int branch = 0; branch < 6; ++branch) {
             std::string path = "/x";
             for (auto levels = 1 + random() % 6; levels > 0; --levels) {
