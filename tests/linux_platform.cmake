@@ -3,13 +3,16 @@
 pkg_check_modules(UMOCKDEV REQUIRED IMPORTED_TARGET umockdev-1.0)
 find_library(UMOCKDEV_PRELOAD_LIBRARY NAMES umockdev-preload libumockdev-preload.so.0 REQUIRED)
 
-add_executable(linux-platform-test linux_platform_test.cpp)
+add_executable(linux-platform-test
+               linux_platform_test.cpp platform_faults_test.cpp platform_calls.cpp)
 target_link_options(linux-platform-test BEFORE PRIVATE LINKER:--no-as-needed)
 target_link_libraries(linux-platform-test PRIVATE
                       ${UMOCKDEV_PRELOAD_LIBRARY} zel-platform-log zel-platform-media-content
-                      zel-content-agent GTest::gtest_main PkgConfig::UMOCKDEV Threads::Threads)
+                      zel-content-agent zel-engine GTest::gmock GTest::gtest_main
+                      PkgConfig::UMOCKDEV Threads::Threads ${CMAKE_DL_LIBS})
+# Its calls to the system are to be found by the libraries, before those of the C library.
+set_target_properties(linux-platform-test PROPERTIES CXX_VISIBILITY_PRESET default)
 
 # The mock devices have a GLib thread whose synchronisation ThreadSanitizer does not see.
-add_test(NAME linux-platform COMMAND linux-platform-test)
-set_tests_properties(linux-platform PROPERTIES
+gtest_discover_tests(linux-platform-test PROPERTIES
                      ENVIRONMENT "TSAN_OPTIONS=ignore_noninstrumented_modules=1")

@@ -14,6 +14,10 @@ namespace zel::platform {
 struct Camera {
     std::string serial_number; /**< empty when it has none */
     bool is_probed;            /**< false while udev has still to look at the device */
+
+    bool operator==(const Camera& other) const {
+        return serial_number == other.serial_number && is_probed == other.is_probed;
+    }
 };
 
 /**

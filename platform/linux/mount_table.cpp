@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -36,6 +38,15 @@ std::string read_file(const char* path) {
     return text;
 }
 
+// Lines that stand for a mount.
+int count_mounts(const std::string& text) {
+    std::istringstream lines(text);
+    int count = 0;
+    for (std::string line; std::getline(lines, line);)
+        count += !line.empty() && line.front() != '#';
+    return count;
+}
+
 // Without it libmount passes over a line that it cannot parse.
 int refuse_line(libmnt_table*, const char*, int) { return -EINVAL; }
 
@@ -59,6 +70,9 @@ DevicesByPath read_mount_table() {
     if (mnt_table_set_parser_errcb(table.get(), refuse_line) != 0 ||
         mnt_table_parse_stream(table.get(), stream.get(), "mountinfo") != 0)
         throw std::runtime_error("the mount table has a line that cannot be parsed");
+    // libmount takes a shortage of memory in the middle for the end.
+    if (mnt_table_get_nents(table.get()) != count_mounts(text))
+        throw std::runtime_error("not every line of the mount table can be parsed");
     DevicesByPath devices;
     libmnt_fs* mount = nullptr;
     while (mnt_table_next_fs(table.get(), iterator.get(), &mount) == 0) {

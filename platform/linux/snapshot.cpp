@@ -18,6 +18,7 @@ namespace zel::platform {
 namespace {
 
 constexpr std::chrono::milliseconds kLongestWait(3000), kPause(20);
+constexpr int kMostLooks = 5;
 
 struct Connections {
     std::mutex mutex;
@@ -30,11 +31,28 @@ void log_failure(const char* what, const std::exception& reason) {
                                reason.what());  // there is no other place to tell it
 }
 
+struct Devices {
+    std::vector<UsbMount> mounts = list_usb_mounts();
+    std::vector<Camera> cameras = list_cameras();
+};
+
+// What two looks in a row agree on: libudev passes without a word over a property that it has no
+// memory for, and the device would seem to have another id, or to be no camera.
+Devices list_devices() {
+    Devices before;
+    for (int looks = 1; looks < kMostLooks; ++looks) {
+        Devices now;
+        if (now.mounts == before.mounts && now.cameras == before.cameras)
+            return now;
+        before = std::move(now);
+    }
+    throw std::runtime_error("they change from one look to the next");
+}
+
 // The devices, or null when udev has still to look at one of them.
 SnapshotPointer look() {
     const auto is_probed = [](const auto& device) { return device.is_probed; };
-    const std::vector<UsbMount> mounts = list_usb_mounts();
-    const std::vector<Camera> cameras = list_cameras();
+    const auto [mounts, cameras] = list_devices();
     const bool all_are_probed = std::all_of(mounts.begin(), mounts.end(), is_probed) &&
                                 std::all_of(cameras.begin(), cameras.end(), is_probed);
     return all_are_probed ? new Snapshot(mounts, cameras) : nullptr;

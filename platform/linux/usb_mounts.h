@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace zel::platform {
@@ -19,6 +20,12 @@ struct UsbMount {
     std::string storage_id;    /**< UUID of the file system, else the last component of path */
     std::string serial_number; /**< of the device; empty when it has none */
     bool is_probed;            /**< false while udev has still to look at the device */
+
+    bool operator==(const UsbMount& other) const {
+        return std::tie(path, device, storage_id, serial_number, is_probed) ==
+               std::tie(other.path, other.device, other.storage_id, other.serial_number,
+                        other.is_probed);
+    }
 };
 
 /**

@@ -1,0 +1,86 @@
+// Mock USB devices, with a mount table in a file, as the Linux platform finds them.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <umockdev.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+
+#include "platform_calls.h"
+#include "zel_platform_storage_events.h"
+
+namespace fs = std::filesystem;
+
+inline constexpr char kDevices[] =
+    "P: /devices/usb1/1-1/sdb1\nE: SUBSYSTEM=block\nE: MAJOR=8\nE: MINOR=17\n"
+    "E: ID_FS_UUID=4D1C-9F07\nE: ID_SERIAL=Stick_S1\nE: ID_SERIAL_SHORT=S1\n\n"
+    "P: /devices/usb1/1-1/sdc1\nE: SUBSYSTEM=block\nE: MAJOR=8\nE: MINOR=33\n"
+    "E: ID_FS_UUID=B-UUID\n\n"
+    "P: /devices/usb1/1-2\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\n"
+    "E: ID_USB_INTERFACES=:030001:060101:\nE: ID_SERIAL_SHORT=C1\n\n"
+    "P: /devices/usb1/1-3\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: ID_GPHOTO2=1\n"
+    "A: serial=C2\\n\n\nP: /devices/usb1/1-4\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\n"
+    "E: ID_USB_INTERFACES=:080650:\n";
+inline const std::string kStick = "40 22 8:17 / /opt/storage/usb/a\\040b rw - vfat /dev/sdb1 rw\n";
+inline const std::string kStickB = "44 22 8:33 / /opt/storage/usb/b rw - vfat /dev/sdc1 rw\n";
+inline const std::string kUnknown = "41 22 0:99 / /opt/storage/usb/demo rw - tmpfs demo rw\n";
+inline const std::string kElsewhere =
+    "42 22 8:17 / /opt/storage/usb rw - vfat /dev/sdb1 rw\n"
+    "43 22 8:17 / /mnt/opt/storage/usb/x rw - vfat /dev/sdb1 rw\n";
+
+inline std::string taken(char* text) {
+    return std::unique_ptr<char, void (*)(void*)>(text, free).get();
+}
+
+inline std::string text_of(_zel_storage_s* from) {
+    return zel_storage_get_mountpath(from) + std::string("|") + zel_storage_get_serialnumber(from);
+}
+
+struct LinuxPlatform : testing::Test {
+    LinuxPlatform() {
+        fs::create_directories(root_ / "sys/dev/block");
+        fs::create_symlink("../../devices/usb1/1-1/sdb1", root_ / "sys/dev/block/8:17");
+        fs::create_symlink("../../devices/usb1/1-1/sdc1", root_ / "sys/dev/block/8:33");
+        g_platform_calls.udev = root_ / "udev";
+        EXPECT_TRUE(umockdev_testbed_add_from_string(testbed_, kDevices, nullptr));
+        setenv("ZEL_MOUNTINFO", table_.c_str(), 1);
+        replace_table(kElsewhere);
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, events_), 0);
+    }
+    ~LinuxPlatform() override {
+        close(events_[0]), close(events_[1]);
+        g_object_unref(testbed_);
+    }
+    // From now on udev runs; it has looked at nothing yet.
+    void start_udev() {
+        fs::create_directories(root_ / "udev/data");
+        std::ofstream(root_ / "udev/control");
+    }
+    void let_udev_look_at(const std::string& device) {
+        std::ofstream(root_ / "udev/data" / device) << "I:1\n";
+    }
+    void replace_table(const std::string& table) {
+        std::ofstream(root_ / "next") << table;
+        fs::rename(root_ / "next", table_);
+    }
+    static void record(void*, zel_storage_event_e event, _zel_storage_s*& storage) {
+        const std::string text = std::to_string(event) + " " + text_of(storage);
+        EXPECT_GT(send(events_[0], text.data(), text.size(), 0), 0);
+        throw std::runtime_error("costs no later event");
+    }
+    static std::string next_event() {
+        char text[100];
+        return {text, static_cast<std::size_t>(read(events_[1], text, sizeof text))};
+    }
+    inline static int events_[2];  // from record() to next_event()
+    UMockdevTestbed* const testbed_ = umockdev_testbed_new();
+    const fs::path root_ = taken(umockdev_testbed_get_root_dir(testbed_));
+    const fs::path table_ = root_ / "mountinfo";
+};
