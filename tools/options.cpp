@@ -181,7 +181,8 @@ Options ParseOptions(int argc, char** argv) {
                 return options;
             }
         }
-        throw UsageError("the first argument is save, devices, list or watch");
+        throw UsageError((argc > 1 ? "unknown command '" + name + "': " : std::string()) +
+                         "the first argument is save, devices, list or watch");
     }
     Options options = ReadOptions(argc - 1, argv + 1, command->options);
     if (options.run != nullptr) {
