@@ -1,14 +1,13 @@
 // Every call to the system, and every allocation, that a piece of work makes fails once.
 #include <dirent.h>
-#include <sys/resource.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <string_view>
 
 #include "fixture.h"
+#include "zel_thumbnail_flash_cache.h"
 
 // Which of the calls fail: the N-th from the arming on, or all from the N-th on.
 struct Faults {
@@ -64,6 +63,7 @@ WRAP(FILE*, fopencookie, nullptr, (void* cookie, const char* mode, cookie_io_fun
 WRAP(size_t, fwrite, 0, (const void* d, size_t s, size_t n, FILE* file), d, s, n, file)
 WRAP(int, fflush, -1, (FILE * file), file)
 WRAP(int, fclose, (__real_fclose(file), -1), (FILE * file), file)
+WRAP(char*, strdup, nullptr, (const char* text), text)
 WRAP(void*, malloc, nullptr, (size_t size), size)
 
 // Allocations fail like calls.
@@ -116,8 +116,7 @@ struct Faulty : CacheTest {
     }
     std::set<std::uintmax_t> sizes;  // of "d0/new", each time that it was stored
     void Check(const std::set<std::string>& mustStay, bool removalFailed) {
-        ASSERT_TRUE(g_mutex_trylock(&engine->m_Mutex));
-        g_mutex_unlock(&engine->m_Mutex);
+        ASSERT_TRUE(TryLock(*engine));
         Engine loaded;
         loaded.m_strCachePath = index;
         EXPECT_TRUE(loaded.m_LoadThumbFile());
@@ -162,7 +161,9 @@ TEST_F(Faulty, startsAndRemovals) {
             fs::create_directory(path += "/x");
     };
     FailEach(deepen, [this, folder = root + "/d2"] {
-        std::ignore = engine->m_Create() && engine->m_RefreshThumbFile();
+        std::ignore = engine->m_Create();
+        EXPECT_TRUE(engine->FlagCreate() || Content(*engine).empty());
+        std::ignore = engine->m_RefreshThumbFile();
         std::ignore = engine->CreateDir(folder.c_str());
     });
     const auto start = [this] {
@@ -174,32 +175,6 @@ TEST_F(Faulty, startsAndRemovals) {
         _zel_storage_s gone{"/opt/storage/usb/sdb1"}, *storage = &gone;
         Engine::s_ZELUSBConnctedCallback(engine.get(), ZEL_STORAGE_EVENT_REMOVED, storage);
     });
-}
-
-TEST_F(Faulty, fullDiskLosesNothingAndSavingGoesOnOnceThereIsRoom) {
-    const auto saveWithRoom = [this](rlim_t largestFile, const char* name) {
-        rlimit old;
-        getrlimit(RLIMIT_FSIZE, &old);
-        const rlimit limit = {largestFile, old.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        Saving(name)();
-        EXPECT_TRUE(largestFile > 1000 || engine->m_RefreshThumbFile());
-        setrlimit(RLIMIT_FSIZE, &old);
-    };
-    std::signal(SIGXFSZ, SIG_IGN);
-    Build();
-    Start();
-    Write("index", Read() + std::string(5000, ' ') + "\n");
-    const auto size = fs::file_size(index);
-    for (const rlim_t room : {10, 1, 0}) {
-        saveWithRoom(size + room, "d0/new");  // the image has room, its record has not
-        EXPECT_THAT(Log(), HasSubstr("I m_AddItemToThumbFile fwrite failed...~"));
-    }
-    saveWithRoom(20, "d0/none");
-    EXPECT_EQ(fs::file_size(index), size);
-    Saving("d0/last")();
-    EXPECT_TRUE(engine->m_RefreshThumbFile());
-    ExpectLeft(" d0 $/d0/a $/d0/b $/d0/new $/d0/new $/d0/new $/d0/last");
 }
 
 TEST_F(Faulty, hostileIndexIsLoadedAndJudged) {
@@ -219,4 +194,31 @@ TEST_F(Faulty, hostileIndexIsLoadedAndJudged) {
         EXPECT_EQ(engine->m_CacheSize, 5);
         EXPECT_EQ(Read(), FolderRecord("$/d0") + ItemRecord("$/d0/a", 5));
     });
+}
+
+TEST_F(Faulty, shortMemoryIsAnsweredAndTold) {
+    zel_thumbnail_flash_cache_param_h param = nullptr, other = nullptr;
+    ASSERT_EQ(zel_create_thumbnail_flash_cache_param(&param), 1);
+    ASSERT_EQ(zel_set_thumbnail_flash_cache_filename(param, "f"), 1);
+    ASSERT_EQ(zel_set_thumbnail_flash_cache_url(param, "u"), 1);
+    char* text = nullptr;
+    const std::string record = "W Out of memory.", engineless = "|W no engine: std::bad_alloc",
+                      prefix = "I zel_thumbnail_flash_cache_";
+    const std::pair<std::function<int()>, std::string> cases[] = {
+        {[&] { return zel_create_thumbnail_flash_cache_param(&other); }, record},
+        {[&] { return zel_get_thumbnail_flash_cache_filename(param, &text); }, record},
+        {[&] { return zel_get_thumbnail_flash_cache_url(param, &text); }, record},
+        {[&] { return zel_set_thumbnail_flash_cache_filename(param, "g"); }, record},
+        {[&] { return zel_set_thumbnail_flash_cache_url(param, "v"); }, record},
+        {[&] { return zel_thumbnail_flash_cache_init("i"); }, prefix + "init" + engineless},
+        {[&] { return zel_thumbnail_flash_cache_save_file(param, pixels.data(), nullptr); },
+         prefix + "save_file" + engineless},
+    };
+    for (const auto& [call, line] : cases) {
+        faults = {1, true};
+        const int answer = call();
+        faults = {};
+        EXPECT_EQ(std::to_string(answer) + Log(), "0" + line);
+    }
+    zel_destroy_thumbnail_flash_cache_param(param);
 }

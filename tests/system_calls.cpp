@@ -46,6 +46,8 @@ static void ExpectSafe(const char* path, int flags) {
 }
 
 #define NEXT(name) reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name))
+#define CALL(name, type, parameters, ...) \
+    type name parameters { return Refuse(#name) ? -1 : NEXT(name)(__VA_ARGS__); }
 
 extern "C" {
 
@@ -67,15 +69,9 @@ ssize_t read(int file, void* data, size_t size) {
 ssize_t write(int file, const void* data, size_t size) {
     return RefuseOrCut("write", size) ? -1 : NEXT(write)(file, data, size);
 }
-ssize_t sendfile(int to, int from, off_t* at, size_t size) noexcept {
-    size = g_calls == nullptr ? size : std::min(size, g_calls->piece);
-    return Refuse("sendfile") ? -1 : NEXT(sendfile)(to, from, at, size);
-}
-int ftruncate(int file, off_t size) noexcept {
-    return Refuse("ftruncate") ? -1 : NEXT(ftruncate)(file, size);
-}
-int fdatasync(int file) { return Refuse("fdatasync") ? -1 : NEXT(fdatasync)(file); }
-int rename(const char* from, const char* to) noexcept {
-    return Refuse("rename") ? -1 : NEXT(rename)(from, to);
-}
+CALL(sendfile, ssize_t, (int to, int from, off_t* at, size_t size) noexcept, to, from, at,
+     g_calls == nullptr ? size : std::min(size, g_calls->piece))
+CALL(ftruncate, int, (int file, off_t size) noexcept, file, size)
+CALL(fdatasync, int, (int file), file)
+CALL(rename, int, (const char* from, const char* to) noexcept, from, to)
 }

@@ -74,15 +74,6 @@ TEST_F(ThumbFileWriting, firstAppendEndsATornRecordAndCutsOffZeros) {
     }
 }
 
-TEST_F(ThumbFileWriting, rewriteDropsWhatOnlyAnotherProcessKnows) {
-    Engine other;
-    other.m_strCachePath = index;
-    EXPECT_TRUE(engine->m_AddItemToThumbFile(&Item()) && other.m_AddItemToThumbFile(&Item()));
-    EXPECT_EQ(Read(), item + item);
-    EXPECT_TRUE(other.m_RefreshThumbFile());
-    EXPECT_EQ(Read(), "");
-}
-
 TEST_F(ThumbFileWriting, rewriteKeepsLinkModeAndOwnerAndNoTemporaryFile) {
     const std::string target = Write("target", "old");
     const uid_t owner = geteuid() == 0 ? 65534 : geteuid();
@@ -101,29 +92,4 @@ TEST_F(ThumbFileWriting, rewriteKeepsLinkModeAndOwnerAndNoTemporaryFile) {
     fs::remove(target);  // a link that leads nowhere is written through
     EXPECT_TRUE(engine->m_RefreshThumbFile());
     EXPECT_EQ(Read("target"), folder + item);
-}
-
-TEST_F(ThumbFileWriting, rewriteGoesInPlaceWhereTheDirectoryTakesNoNewFile) {
-    const std::string longName(255, 'n');  // leaves no room for a longer one
-    engine->m_strCachePath = Write(longName, std::string(5000, 'x'));
-    EXPECT_TRUE(engine->m_RefreshThumbFile());
-    EXPECT_EQ(Read(longName), folder + item);
-    EXPECT_THAT(Files(), ElementsAre("$/" + longName));
-
-    const auto refresh = [&](mode_t fileMode, mode_t rootMode) {
-        chmod(index.c_str(), fileMode), chmod(root.c_str(), rootMode);
-        const uid_t user = geteuid();
-        EXPECT_EQ(seteuid(user == 0 ? 65534 : user), 0);  // the superuser meets no refusal
-        const bool refreshed = engine->m_RefreshThumbFile();
-        EXPECT_EQ(seteuid(user), 0);
-        return refreshed;
-    };
-    engine->m_strCachePath = index;
-    for (const mode_t mode : {0555, 01777}) {  // takes no new file; keeps what others own
-        Write("index", std::string(5000, 'x'));
-        Log();
-        EXPECT_TRUE(refresh(0666, mode));
-        EXPECT_EQ(Read() + Log(), folder + item + "I m_RefreshThumbFile...~");
-    }
-    EXPECT_FALSE(refresh(0444, 0777));  // what cannot be written is not replaced either
 }
