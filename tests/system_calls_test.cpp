@@ -21,6 +21,9 @@ struct System : CacheTest {
     const std::function<bool()> append = [this] {
         return engine->m_AddItemToThumbFile(engine->m_ThumbItemList.front());
     };
+    const std::function<bool()> appendFolder = [this] {
+        return engine->m_AddFolderItemToThumbFile(engine->m_ThumbFolderList.front());
+    };
     bool Jpeg(const std::string& name) {
         return engine->m_JpegSave(pixels.data(), preset.data(), 40, 24, (root + name).c_str());
     }
@@ -69,13 +72,13 @@ TEST_F(System, aRewriteIsFlushedAndThenPublishedAndGoesInPlaceOnlyWhereTheDirect
                                  (rewritten ? "" : "|I m_RefreshThumbFile fwrite failed...~"));
             EXPECT_THAT(Files(), ElementsAre("$/index"));
         }
-    EXPECT_FALSE(With({{{"open", EACCES}}}, refresh));  // nor replaced what may not be written
 }
 
 TEST_F(System, shortAndInterruptedReadsAndWritesChangeNothing) {
-    std::string text;
+    std::string text = FolderRecord("/c, <\n\xff/d") + FolderRecord("/c/e", 1);
+    const std::size_t folders = text.size();
     for (int number = 0; text.size() < 1400000; ++number)
-        text += ItemRecord("/c/dev/" + std::to_string(number), number);
+        text += ItemRecord("/c, <\n\xff/d/" + std::to_string(number), number, number % 2);
     ASSERT_TRUE(Jpeg("/plain"));
     for (const char* refused : {"none", "new", "rename"}) {
         Write("index", text);
@@ -85,30 +88,43 @@ TEST_F(System, shortAndInterruptedReadsAndWritesChangeNothing) {
             engine->m_ThumbItemList.pop_front();
             return refresh() && append() && Jpeg("/pieces");
         }));
-        const std::string first = ItemRecord("/c/dev/0", 0), second = ItemRecord("/c/dev/1", 1);
-        EXPECT_TRUE(Read() == text.substr(first.size()) + second) << refused;
+        const std::size_t length = text.find(">\r\n", folders) + 3 - folders;  // of each record
+        const std::string rest = text.substr(folders + length);
+        EXPECT_TRUE(Read() == text.substr(0, folders) + rest + rest.substr(0, length)) << refused;
         EXPECT_TRUE(Read("pieces") == Read("plain")) << refused;
     }
 }
 
 TEST_F(System, whatAFullDeviceCutsOffCostsNothingThatIsWrittenOnceThereIsRoom) {
     const std::size_t beyond = records[1].size() + 9;  // the end of the old text
-    const std::tuple<std::map<std::string, int>, std::size_t, std::function<bool()>> cases[] = {
-        {{}, 9, append},
-        {{{"ftruncate", EIO}}, 9, append},
-        {{}, 9, refresh},
-        {{{"new", EROFS}}, beyond, refresh},
-    };
-    for (const auto& [refused, room, work] : cases) {
+    const std::tuple<std::map<std::string, int>, std::size_t, std::function<bool()>, const char*>
+        cases[] = {{{}, 9, append, "I m_AddItemToThumbFile"},
+                   {{{"ftruncate", EIO}}, 9, append, "I m_AddItemToThumbFile"},
+                   {{}, 9, appendFolder, "W m_AddFolderItemToThumbFile"},
+                   {{}, 9, refresh, "I m_RefreshThumbFile"},
+                   {{{"new", EROFS}}, beyond, refresh, "I m_RefreshThumbFile"}};
+    for (const auto& [refused, room, work, who] : cases) {
         Write("index", "");
         EXPECT_TRUE(append());
         engine->m_ThumbItemList.front()->URL = "/c/dev/b";
         EXPECT_TRUE(With({refused, SIZE_MAX, room}, work));
-        EXPECT_THAT(Log(), EndsWith(" fwrite failed...~"));
+        EXPECT_THAT(Log(), EndsWith(who + std::string(" fwrite failed...~")));
         engine->m_ThumbItemList.front()->URL = "/c/dev/c";
         EXPECT_TRUE(append());
         EXPECT_THAT(Load(Read()), EndsWith(" /c/dev/c"));
         Load(records[0] + records[1]);
+    }
+}
+
+TEST_F(System, anIndexThatCannotBeOpenedIsNeitherWrittenNorReplaced) {
+    const std::pair<std::function<bool()>, const char*> cases[] = {
+        {refresh, "I m_RefreshThumbFile...~|I Failed to create $/index  file.~"},
+        {append, "I Failed to create $/index\tfile.~"},
+        {appendFolder, "I Failed to create $/index\tfile.~"},
+    };
+    for (const auto& [work, lines] : cases) {
+        EXPECT_FALSE(With({{{"open", EACCES}}}, work));
+        EXPECT_EQ(Log(), lines);
     }
 }
 
