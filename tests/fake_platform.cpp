@@ -24,20 +24,19 @@ static int GiveCopy(const char* text, char** copy) {
     *copy = text == nullptr ? nullptr : strdup(text);
     return 0;
 }
+// Adds to the log; a call of the platform, of kind P, only when it is a trace.
 static void Note(char kind, const std::string& text) {
-    const std::lock_guard<std::mutex> lock(g_platform->mutex);
-    std::string& log = syscall(SYS_gettid) == getpid() ? g_platform->log : g_platform->workerLog;
-    if (g_platform->isLocked && g_platform->isLocked())
-        kind = static_cast<char>(std::tolower(kind));
-    log += (log.empty() ? "" : "|") + std::string{kind, ' '} + text;
-}
-static void NoteCall(const char* call) {
     const InPlatform busy;
-    if (g_platform->isLocked)
-        Note('P', call);
+    const std::lock_guard<std::mutex> lock(g_platform->mutex);
+    if (kind == 'P' && !g_platform->isLocked)
+        return;
+    std::string& log = syscall(SYS_gettid) == getpid() ? g_platform->log : g_platform->workerLog;
+    const bool locked = g_platform->isLocked && g_platform->isLocked();
+    log += (log.empty() ? "" : "|") + std::string(1, char(locked ? kind + 'a' - 'A' : kind));
+    log += " " + text;
 }
 static int Release(const char* call, void* handle, int result = 0) {
-    NoteCall(call);
+    Note('P', call);
     EXPECT_TRUE(handle == nullptr || g_platform->live.erase(handle) == 1);
     return result;
 }
@@ -65,20 +64,20 @@ int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {
 }
 
 int media_content_connect(void) {
-    NoteCall("connect");
+    Note('P', "connect");
     ++g_platform->connects;
     const int result = g_platform->onConnect();
     g_platform->connections += result == 0;
     return result;
 }
 int media_content_disconnect(void) {
-    NoteCall("disconnect");
+    Note('P', "disconnect");
     --g_platform->connections;
     return ++g_platform->disconnects, g_platform->disconnectResult;
 }
 
 int media_filter_create(media_filter_h* filter) {
-    NoteCall("filter_create");
+    Note('P', "filter_create");
     const InPlatform busy;
     if (g_platform->passes + 1 == g_platform->failingFilter)
         return -1;
@@ -89,7 +88,7 @@ int media_filter_destroy(media_filter_h filter) {
     return Release("filter_destroy", filter, g_platform->filterDestroyResult);
 }
 int media_storage_foreach_storage_from_db(media_filter_h, media_storage_cb callback, void* data) {
-    NoteCall("foreach");
+    Note('P', "foreach");
     g_platform->onPass(++g_platform->passes);
     for (_zel_storage_s& storage : g_platform->database)
         EXPECT_TRUE(callback(&storage, data));
@@ -97,7 +96,7 @@ int media_storage_foreach_storage_from_db(media_filter_h, media_storage_cb callb
 }
 
 int media_storage_clone(media_storage_h* out, media_storage_h source) {
-    NoteCall("clone");
+    Note('P', "clone");
     const InPlatform busy;
     if (g_platform->cloneResult == 0)
         g_platform->live.insert(*out = new _zel_storage_s(StorageOf(source)));
@@ -115,7 +114,7 @@ int media_storage_get_storage_id(media_storage_h storage, char** id) {
 }
 
 int zel_get_usb_list(enum zel_storage_device_type type, void** list) {
-    NoteCall(type == ZEL_STORAGE_DEVICE_TYPE_USB ? "list usb" : "list ptp");
+    Note('P', type == ZEL_STORAGE_DEVICE_TYPE_USB ? "list usb" : "list ptp");
     const InPlatform busy;
     FakePlatform::Devices& devices = g_platform->devices[type];
     if (devices.result == 0)

@@ -92,6 +92,10 @@ struct CacheTest : testing::Test {
         const std::string file = PathOf(name);
         return engine->SaveFlashFile(pixels.data(), xsize, ysize, file.c_str(), url.data(), {});
     }
+    static void SendEvent(Engine* to, int event, const char* mountPath) {
+        _zel_storage_s attached{mountPath}, *storage = &attached;
+        Engine::s_ZELUSBConnctedCallback(to, static_cast<zel_storage_event_e>(event), storage);
+    }
     // Thread N saves for the storage "sN"; it ends before its future is destroyed.
     auto SaveOnThreads(int threads, int saves) {
         std::vector<std::future<void>> savers;

@@ -9,7 +9,6 @@ struct Life : CacheTest {
         platform.devices[ZEL_STORAGE_DEVICE_TYPE_USB].storages = {{{"/opt/storage/usb/sda"}}};
         platform.devices[ZEL_STORAGE_DEVICE_TYPE_PTP].storages = {{{"", "C"}}};
         platform.database = {{"/opt/storage/usb/sda", "A"}};
-        Trace();
     }
     ~Life() override { Stop(); }
 
@@ -20,17 +19,12 @@ struct Life : CacheTest {
         boost::replace_all(platform.log, "|i end", "|I end");  // the worker may have it or not
     }
     void Stop() {
-        platform.isLocked = [] { return false; };  // the lock goes
+        if (platform.isLocked)
+            platform.isLocked = [] { return false; };  // the lock goes
         EXPECT_EQ(zel_thumbnail_flash_cache_clear(), 1);
     }
-    void SendEvent(int event, const char* place) {
-        _zel_storage_s attached{place}, *storage = &attached;
-        Engine::s_ZELUSBConnctedCallback(Engine::m_pObj, static_cast<zel_storage_event_e>(event),
-                                         storage);
-    }
-    int Save(const std::string& name, const char* url, int xsize, int ysize, char* preset = {}) {
+    int Save(const std::string& file, const char* url, int xsize, int ysize, char* preset = {}) {
         zel_thumbnail_flash_cache_param_h param = nullptr;
-        const std::string file = PathOf(name);
         EXPECT_EQ(zel_create_thumbnail_flash_cache_param(&param), 1);
         EXPECT_EQ(zel_set_thumbnail_flash_cache_filename(param, file.c_str()), 1);
         EXPECT_EQ(zel_set_thumbnail_flash_cache_url(param, url), 1);
@@ -38,10 +32,17 @@ struct Life : CacheTest {
         EXPECT_EQ(zel_set_thumbnail_flash_cache_ysize(param, ysize), 1);
         const int saved = zel_thumbnail_flash_cache_save_file(param, pixels.data(), preset);
         EXPECT_EQ(zel_destroy_thumbnail_flash_cache_param(param), 1);
+        return saved;
+    }
+    void ExpectSaved(const std::string& name, const char* url, int xsize, int ysize,
+                     char* preset = {}) {
+        EXPECT_EQ(Save(PathOf(name), url, xsize, ysize, preset), 1);
         bare::EncodeJpeg(pixels, xsize, ysize, (root + "/reference").c_str());
         EXPECT_TRUE(Read(name) == Read("reference") + (preset ? this->preset : "")) << name;
         fs::remove(root + "/reference");
-        return saved;
+    }
+    void ExpectRefused(int answer) {
+        EXPECT_EQ(std::to_string(answer) + Log(), "0W Invalid param.");
     }
     void ExpectKnown(const std::string& devicesAndContent, const std::string& records) {
         std::string known;
@@ -64,6 +65,7 @@ TEST_F(Life, isWhatItsCallersAndItsPlatformAndItsFilesShow) {
     Write("g/gone.jpg", "gone");
     Write("index", folderA + old + FolderRecord("$/g") + ItemRecord("$/g/gone.jpg", 7));
 
+    Trace();
     Start(index);
     EXPECT_EQ(Log(),
               "I zel_thumbnail_flash_cache_init|I constuct...|I start CZELThumbFlashCache::Create()"
@@ -96,7 +98,7 @@ TEST_F(Life, isWhatItsCallersAndItsPlatformAndItsFilesShow) {
     ExpectKnown("A=/opt/storage/usb/sda C=ptp  A $/A/old.jpg", folderA + old);
 
     // A known storage keeps its mount path.
-    EXPECT_EQ(Save("A/new.jpg", "/opt/storage/usb/sdb/p.png", 40, 24, preset.data()), 1);
+    ExpectSaved("A/new.jpg", "/opt/storage/usb/sdb/p.png", 40, 24, preset.data());
     const long size = SizeOf("A/new.jpg");
     EXPECT_EQ(Log(),
               "I zel_thumbnail_flash_cache_save_file"
@@ -107,10 +109,10 @@ TEST_F(Life, isWhatItsCallersAndItsPlatformAndItsFilesShow) {
               "|i m_JpegSave bufferPreset : [a preset]###~|i jepg size is " +
                   std::to_string(size) + ", m_CacheSize end:" + std::to_string(104800000 + size) +
                   "~|i End");
-    EXPECT_EQ(Save("D/cam.jpg", "ptp://C/p", 24, 40), 1);
+    ExpectSaved("D/cam.jpg", "ptp://C/p", 24, 40);
     EXPECT_THAT(Log(), HasSubstr("|i It is an ptp device. ~"
                                  "|i strFolder[$/D], strId[D], strUrl[ptp://C/p]~|i m_CacheS"));
-    EXPECT_EQ(Save("A/plain.jpg", "file:/p", 9, 8, preset.data()), 1);
+    ExpectSaved("A/plain.jpg", "file:/p", 9, 8, preset.data());
     EXPECT_THAT(Log(), EndsWith("|i it's not an usb or ptp device~"
                                 "|i m_JpegSave bufferPreset : [a preset]###~"));
     const std::string item = Item("A/new.jpg"), camera = Item("D/cam.jpg", 1);
@@ -118,8 +120,8 @@ TEST_F(Life, isWhatItsCallersAndItsPlatformAndItsFilesShow) {
     ExpectKnown("A=/opt/storage/usb/sda C=ptp D=ptp  A D $/A/old.jpg $/A/new.jpg $/D/cam.jpg",
                 folderA + old + item + camera + folderD);
 
-    EXPECT_EQ(Save("AB/two.jpg", "/opt/storage/usb/ab/p", 120, 121), 1);  // evicts the oldest
-    EXPECT_EQ(Save("x/AB/a.jpg", "/opt/storage/usb/ab/p", 5, 3), 1);      // another of that id
+    ExpectSaved("AB/two.jpg", "/opt/storage/usb/ab/p", 120, 121);  // evicts the oldest
+    ExpectSaved("x/AB/a.jpg", "/opt/storage/usb/ab/p", 5, 3);      // another of that id
     const std::string two = Item("AB/two.jpg"), three = Item("x/AB/a.jpg");
     const std::string folderB = FolderRecord("$/AB"), folderX = FolderRecord("$/x/AB");
     ExpectKnown(
@@ -128,10 +130,10 @@ TEST_F(Life, isWhatItsCallersAndItsPlatformAndItsFilesShow) {
         folderA + folderD + item + camera + two + folderB + three + folderX);
 
     for (const int event : {-1, 0, 1, 3})
-        SendEvent(event, "/opt/storage/usb/sda");
-    SendEvent(2, "/opt/storage/usb/sdb");
+        SendEvent(Engine::m_pObj, event, "/opt/storage/usb/sda");
+    SendEvent(Engine::m_pObj, 2, "/opt/storage/usb/sdb");
     Log();
-    SendEvent(2, "/opt/storage/usb/sda");
+    SendEvent(Engine::m_pObj, 2, "/opt/storage/usb/sda");
     EXPECT_EQ(Log(),
               "I s_USBConnctedCallback...~|I s_ZELUSBConnctedCallback event is [2]~"
               "|I device MountPath = [/opt/storage/usb/sda]###"
@@ -141,7 +143,7 @@ TEST_F(Life, isWhatItsCallersAndItsPlatformAndItsFilesShow) {
                 rest);
     Start(root + "/next");  // what follows is recorded elsewhere
     EXPECT_THAT(Log(true), EndsWith("Create...~|i Create m_bIsCreated is true###~"));
-    EXPECT_EQ(Save("AB/next.jpg", "/opt/storage/usb/ab/p", 7, 5), 1);
+    ExpectSaved("AB/next.jpg", "/opt/storage/usb/ab/p", 7, 5);
     EXPECT_EQ(Read() + Read("next"), rest + Item("AB/next.jpg"));
     Log();
     Stop();
@@ -151,4 +153,65 @@ TEST_F(Life, isWhatItsCallersAndItsPlatformAndItsFilesShow) {
     Start(index);
     ExpectKnown("A=/opt/storage/usb/sda D=ptp  D $/D/cam.jpg", folderD + camera);
     EXPECT_THAT(Files(), ElementsAre("$/D/cam.jpg", "$/index", "$/next"));
+}
+
+TEST_F(Life, recordKeepsCopiesGivesCopiesAndRefusesNullAndEmpty) {
+    zel_thumbnail_flash_cache_param_h param = nullptr;
+    ExpectRefused(zel_create_thumbnail_flash_cache_param(nullptr));
+    EXPECT_EQ(zel_create_thumbnail_flash_cache_param(&param), 1);
+    ExpectRefused(zel_destroy_thumbnail_flash_cache_param(nullptr));
+    const auto checkText = [&](auto set, auto get, char*& field) {
+        char *text = nullptr, *other = nullptr;
+        ExpectRefused(get(param, &text));
+        EXPECT_EQ(set(param, (std::string("the first ") + "text").c_str()), 1);
+        EXPECT_EQ(set(param, field + 4), 1);  // a part of the text that it replaces
+        ExpectRefused(set(nullptr, "a"));
+        ExpectRefused(set(param, nullptr));
+        ExpectRefused(set(param, ""));
+        ExpectRefused(get(nullptr, &text));
+        ExpectRefused(get(param, nullptr));
+        EXPECT_EQ(get(param, &text) + get(param, &other), 2);
+        text[0] = 'F';
+        EXPECT_STREQ(other, "first text");
+        EXPECT_STREQ(field, "first text");
+        free(text), free(other);
+    };
+    const auto checkNumber = [&](auto set, auto get, int value) {
+        int number = -1;
+        ExpectRefused(set(nullptr, 1));
+        ExpectRefused(get(nullptr, &number));
+        ExpectRefused(get(param, nullptr));
+        EXPECT_EQ(get(param, &number) + number, 1);  // a new record has 0
+        EXPECT_EQ(set(param, value), 1);
+    };
+    char** texts = reinterpret_cast<char**>(param);  // its first two fields
+    checkText(zel_set_thumbnail_flash_cache_filename, zel_get_thumbnail_flash_cache_filename,
+              texts[0]);
+    checkText(zel_set_thumbnail_flash_cache_url, zel_get_thumbnail_flash_cache_url, texts[1]);
+    checkNumber(zel_set_thumbnail_flash_cache_xsize, zel_get_thumbnail_flash_cache_xsize, 7);
+    checkNumber(zel_set_thumbnail_flash_cache_ysize, zel_get_thumbnail_flash_cache_ysize, 8);
+    int xsize = 0, ysize = 0;
+    EXPECT_EQ(zel_get_thumbnail_flash_cache_xsize(param, &xsize), 1);
+    EXPECT_EQ(zel_get_thumbnail_flash_cache_ysize(param, &ysize), 1);
+    EXPECT_EQ(std::pair(xsize, ysize), std::pair(7, 8));
+    EXPECT_EQ(zel_destroy_thumbnail_flash_cache_param(param), 1);
+}
+
+// The probe is what a caller does to learn when the cache is ready.
+TEST_F(Life, savesAreRefusedUntilTheEngineIsReadyWhichAProbeTells) {
+    EXPECT_EQ(zel_thumbnail_flash_cache_save_file(nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(Engine::m_pObj, nullptr);
+    EXPECT_EQ(Save("/a.jpg", "file:x", 1, 1), 0);
+    EXPECT_EQ(zel_thumbnail_flash_cache_init(nullptr), 0);
+    EXPECT_EQ(Log(),
+              "I zel_thumbnail_flash_cache_save_file|W Invalid param."
+              "|I zel_thumbnail_flash_cache_save_file|I constuct..."
+              "|I SaveFlashFile m_bIsCreated is false~|I zel_thumbnail_flash_cache_init"
+              "|I strCachePath is null");
+    EXPECT_EQ(zel_thumbnail_flash_cache_init(index.c_str()), 1);
+    while (Save("/dev/null", "probe:", 1, 1) == 0)
+        std::this_thread::yield();
+    EXPECT_TRUE(Engine::m_pObj->FlagCreate());
+    EXPECT_EQ(zel_thumbnail_flash_cache_clear(), 1);
+    EXPECT_EQ(zel_thumbnail_flash_cache_clear(), 1);
 }

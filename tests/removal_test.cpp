@@ -14,11 +14,6 @@ struct Removal : CacheTest {
         Log();
     }
     void Judge(Map usb, Map ptp) { EXPECT_TRUE(engine->m_DelUnvalidData(usb, ptp)); }
-    void SendEvent(int event, const char* mountPath) {
-        _zel_storage_s attached{mountPath}, *storage = &attached;
-        Engine::s_ZELUSBConnctedCallback(engine.get(), static_cast<zel_storage_event_e>(event),
-                                         storage);
-    }
     const std::string all = " dev1 dev cam $/dev1/a.jpg $/dev/a.jpg $/cam/a.jpg";
 };
 
@@ -56,16 +51,16 @@ TEST_F(Removal, withoutAnyDeviceEverythingGoesAlsoWhatHasNoFolder) {
 TEST_F(Removal, aPulledStorageTakesItsFolderOnlyOfTwoAtOnePathTheFirstById) {
     engine->m_MountPathMap = {{"cam", "/m1"}, {"dev", "/m"}, {"dev1", "/m"}, {"x", "/n"}};
     for (const char* other : {"/", "/m/", "", static_cast<const char*>(nullptr)})
-        SendEvent(2, other);
+        SendEvent(engine.get(), 2, other);
     ExpectLeft(all);
-    SendEvent(2, "/m");
+    SendEvent(engine.get(), 2, "/m");
     ExpectLeft(" dev1 cam $/dev1/a.jpg $/cam/a.jpg");
     EXPECT_TRUE(engine->m_RemoveStorage("/n"));
     EXPECT_EQ(engine->m_MountPathMap, (Map{{"cam", "/m1"}, {"dev1", "/m"}}));
     EXPECT_EQ(Log(), "");  // it had no folder
-    SendEvent(2, "/m");
+    SendEvent(engine.get(), 2, "/m");
     ExpectLeft(" cam $/cam/a.jpg");
-    SendEvent(2, "/m1");
+    SendEvent(engine.get(), 2, "/m1");
     Log();
     EXPECT_FALSE(engine->m_RemoveStorage("/m"));  // none is known any more
     EXPECT_EQ(Log(), "I m_MountPathMap.size() <= 0###~");
@@ -80,7 +75,7 @@ TEST_F(Removal, storagesComeAndGoWhileFourThreadsSaveAndTheEngineStarts) {
         if (savers.back().wait_for(std::chrono::seconds(0)) == std::future_status::ready)
             savers.pop_back();
         for (const char* path : {"s0", "s1", "s2", "s3"})
-            SendEvent(2, (std::string("/opt/storage/usb/") + path).c_str());
+            SendEvent(engine.get(), 2, (std::string("/opt/storage/usb/") + path).c_str());
     }
     SaveOnThreads(8, 25).clear();
     EXPECT_GE(engine->m_ThumbItemList.size(), 200U);
