@@ -43,6 +43,7 @@ struct CacheTest : testing::Test {
         EXPECT_EQ(OpenDescriptors(), descriptors);
         EXPECT_THAT(Files(), testing::Each(testing::Not(EndsWith(".new"))));
         fs::remove_all(root);
+        g_platform = nullptr;
     }
     static bool TryLock(Engine& of) {
         return g_mutex_trylock(&of.m_Mutex) && (g_mutex_unlock(&of.m_Mutex), true);

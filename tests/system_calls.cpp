@@ -39,8 +39,10 @@ static bool RefuseOrCut(const char* call, size_t& size) {
     g_calls->room -= g_calls->room == SIZE_MAX ? 0 : size;
     return false;
 }
-// No descriptor reaches another program, and no opening waits for another process.
+// No descriptor reaches another program, and no opening waits for another process; within tests.
 static void ExpectSafe(const char* path, int flags) {
+    if (g_platform == nullptr)
+        return;
     EXPECT_TRUE(flags & O_CLOEXEC) << path;
     EXPECT_TRUE(flags & (O_NONBLOCK | O_EXCL | O_DIRECTORY)) << path;
 }
