@@ -52,4 +52,5 @@ TEST_F(Killing, theIndexIsAlwaysTheOldOneOrTheNewOne) {
         ASSERT_LE(numbers.front(), std::max(1, *told + 2 - kept));
         *told = numbers.back();
     }
+    EXPECT_TRUE(engine->m_RefreshThumbFile());  // what a killed process has left goes with it
 }

@@ -122,15 +122,3 @@ TEST_F(Loading, recordsThatStraddleAChunkAreWhole) {
     // Text without an end fills the buffer: what comes before it stays.
     EXPECT_EQ(Load(a + "<" + std::string(chunk, 'x') + ">\r\n" + b), " a");
 }
-
-TEST_F(Loading, aLargeIndexIsRewrittenByteForByte) {
-    std::string folders, items;
-    for (int number = 0; number < 9000; ++number) {
-        const std::string path = "/c/d, <\n\xff/" + std::to_string(number);
-        items += ItemRecord(path + std::string(number % 9 * 100, 'n'), number % 500, number % 2);
-        folders += FolderRecord(path, number % 2);
-    }
-    Load(folders + items);
-    ASSERT_TRUE(engine->m_RefreshThumbFile());
-    EXPECT_EQ(Read(), folders + items);
-}
