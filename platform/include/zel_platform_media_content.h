@@ -30,8 +30,14 @@ typedef void* media_filter_h;
  */
 typedef bool (*media_storage_cb)(media_storage_h storage, void* user_data);
 
-/** Connects the process to the database; it may take seconds. Each success is undone by one
- * disconnect. */
+/**
+ * Connects the process to the database; it may take seconds. Each success is undone by one
+ * disconnect.
+ *
+ * Fails when it cannot be known which storages and cameras are there. As long as the connection
+ * lasts, what neither service lists is taken to be gone and loses its thumbnails, so a service that
+ * cannot list its devices for a moment answers with those of the last time.
+ */
 int media_content_connect(void);
 
 /** Ends one connection. */

@@ -24,7 +24,10 @@ struct Connections {
     std::mutex mutex;
     int count = 0;
     SnapshotPointer last;
-} connections;
+};
+
+// Never destroyed: a process may end while another of its threads asks for devices.
+Connections& connections = *new Connections;
 
 void log_failure(const char* what, const std::exception& reason) {
     std::ignore = __dlog_print(2, ZEL_PLATFORM_LOG_WARN, "ZEL-LINUX-PLATFORM", "%s: %s\n", what,
