@@ -34,39 +34,33 @@ void log_failure(const char* what, const std::exception& reason) {
                                reason.what());  // there is no other place to tell it
 }
 
-struct Devices {
-    std::vector<UsbMount> mounts = list_usb_mounts();
-    std::vector<Camera> cameras = list_cameras();
-};
-
-// What two looks in a row agree on: libudev passes without a word over a property that it has no
-// memory for, and the device would seem to have another id, or to be no camera.
-Devices list_devices() {
-    Devices before;
+// What two looks in a row agree on, the last snapshot being one if there is any: libudev passes
+// without a word over a property that it has no memory for, and the device would seem to have
+// another id, or to be no camera. Null when udev has still to look at a device.
+SnapshotPointer look(const SnapshotPointer& last) {
+    const auto is_probed = [](const auto& device) { return device.is_probed; };
+    Devices before = last ? last->devices : Devices();
     for (int looks = 1; looks < kMostLooks; ++looks) {
         Devices now;
-        if (now.mounts == before.mounts && now.cameras == before.cameras)
-            return now;
+        if (last && now == last->devices)
+            return last;
+        if (now == before) {
+            const bool all_are_probed =
+                std::all_of(now.mounts.begin(), now.mounts.end(), is_probed) &&
+                std::all_of(now.cameras.begin(), now.cameras.end(), is_probed);
+            return all_are_probed ? new Snapshot(std::move(now)) : nullptr;
+        }
         before = std::move(now);
     }
     throw std::runtime_error("they change from one look to the next");
 }
 
-// The devices, or null when udev has still to look at one of them.
-SnapshotPointer look() {
-    const auto is_probed = [](const auto& device) { return device.is_probed; };
-    const auto [mounts, cameras] = list_devices();
-    const bool all_are_probed = std::all_of(mounts.begin(), mounts.end(), is_probed) &&
-                                std::all_of(cameras.begin(), cameras.end(), is_probed);
-    return all_are_probed ? new Snapshot(mounts, cameras) : nullptr;
-}
-
 SnapshotPointer look_until_probed() {
     const auto end = std::chrono::steady_clock::now() + kLongestWait;
-    SnapshotPointer now = look();
+    SnapshotPointer now = look(nullptr);
     while (!now && std::chrono::steady_clock::now() < end) {
         std::this_thread::sleep_for(kPause);
-        now = look();
+        now = look(nullptr);
     }
     return now;
 }
@@ -93,11 +87,11 @@ char* CopiedText::copy() const {
     return text != nullptr ? text : spare_.exchange(nullptr);
 }
 
-Snapshot::Snapshot(const std::vector<UsbMount>& mounts, const std::vector<Camera>& attached)
-    : usb{this, to_storages(mounts)}, cameras{this, {}} {
-    for (const UsbMount& mount : mounts)
+Snapshot::Snapshot(Devices attached)
+    : devices(std::move(attached)), usb{this, to_storages(devices.mounts)}, cameras{this, {}} {
+    for (const UsbMount& mount : devices.mounts)
         database.emplace_back(this, mount);
-    for (const Camera& camera : attached)
+    for (const Camera& camera : devices.cameras)
         cameras.storages.push_back({"", camera.serial_number, 0});
 }
 
@@ -128,9 +122,13 @@ bool is_connected() noexcept {
 }
 
 SnapshotPointer attached_devices() noexcept {
-    SnapshotPointer now;
+    SnapshotPointer last, now;
+    {
+        const std::lock_guard<std::mutex> lock(connections.mutex);
+        last = connections.last;
+    }
     try {
-        now = not_null(look());
+        now = not_null(look(last));
     } catch (const std::exception& error) {
         log_failure("the attached devices are taken from the last time", error);
     }

@@ -9,6 +9,7 @@
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <list>
 #include <string>
+#include <vector>
 
 #include "cameras.h"
 #include "storage.h"
@@ -16,6 +17,16 @@
 #include "util/zel_intrusive_ptr_base.h"
 
 namespace zel::platform {
+
+/** What is attached now. @throw std::exception when it cannot be listed, or memory is short */
+struct Devices {
+    std::vector<UsbMount> mounts = list_usb_mounts();
+    std::vector<Camera> cameras = list_cameras();
+
+    bool operator==(const Devices& other) const {
+        return mounts == other.mounts && cameras == other.cameras;
+    }
+};
 
 /** A text of which one copy can be handed out also when memory is short. */
 class CopiedText {
@@ -56,8 +67,9 @@ public:
     };
 
     /** @throw std::bad_alloc */
-    Snapshot(const std::vector<UsbMount>& mounts, const std::vector<Camera>& cameras);
+    explicit Snapshot(Devices attached);
 
+    const Devices devices;
     std::list<Record> database; /**< in the order of their paths */
     Listing usb;
     Listing cameras;
