@@ -7,7 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <boost/algorithm/string/replace.hpp>
+#include <boost/algorithm/string.hpp>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -65,6 +65,32 @@ struct CacheTest : testing::Test {
     // P, and the letters are small while the lock of the one engine is held.
     void Trace() {
         platform.isLocked = [] { return Engine::m_pObj != nullptr && !TryLock(*Engine::m_pObj); };
+    }
+    // The lines of a section of expected.txt.
+    static std::vector<std::string> Lines(const std::string& section) {
+        std::ifstream file(ZEL_TEST_EXPECTATIONS);
+        std::vector<std::string> lines;
+        bool isInside = false;
+        for (std::string line; std::getline(file, line);) {
+            if (line.substr(0, 3) == "== ")
+                isInside = line == "== " + section;
+            else if (isInside)
+                lines.push_back(line);
+        }
+        EXPECT_FALSE(lines.empty()) << section;
+        return lines;
+    }
+    // Such a section as a table, whose columns are separated by TAB.
+    template <std::size_t Columns>
+    static auto Rows(const std::string& section) {
+        std::vector<std::array<std::string, Columns>> rows;
+        for (const std::string& line : Lines(section)) {
+            std::vector<std::string> cells;
+            boost::split(cells, line, boost::is_any_of("\t"));
+            EXPECT_EQ(cells.size(), Columns) << line;
+            std::copy_n(cells.begin(), Columns, rows.emplace_back().begin());
+        }
+        return rows;
     }
     std::string Read(const std::string& name = "index") const {
         std::ifstream file(root + "/" + name, std::ios::binary);

@@ -55,30 +55,7 @@ TEST_F(Loading, sumOfTheSizesStaysWithin32BitsAndDamageCostsNoOtherRecord) {
 }
 
 TEST_F(Loading, refusedRecordsSayWhichFieldAndCostOnlyThemselves) {
-    const std::string path = "<Type=0,Path=\"p\"", url = path + ",URL=\"u\"";
-    const std::string sid = "<Type=1,Sid=\"s\"";
-    const std::pair<std::string, std::string> cases[] = {
-        {"<>", "parse Type failed~"},
-        {"<Type=00000000000,Path>", "parse StorageId failed~"},
-        {"<Type=9999999999,Path>", "type error[2147483647]###~"},
-        {"<Type=0,Path=p>", "parseItem FolderPath failed~"},
-        {"<Type=0,Path=\"\",URL=\"u\">", "parseItem FolderPath failed~"},
-        {path + ">", "parseItem URL failed~"},
-        {path + ",URL=\"\",Size=1>", "parseItem URL failed~"},
-        {url + ",Siz=1>", "parse Size failed###~"},
-        {url + ",Size=,Devicetype=0>", "parse Size failed~"},
-        {url + ",Size=1,Device=0>", "parse folder path failed###~"},
-        {url + ",Size=1,Devicetype=>", "parse device type failed~"},
-        {url + ",Size=1,Devicetype=2>", "unknown device type~"},
-        {"<Type=1,Path=\"p\">", "m_ParseFolderItem Sid failed~"},
-        {"<Type=1,Sid=\"\",Path=\"p\">", "m_ParseFolderItem Sid failed~"},
-        {sid + ",Pat=\"p\">", "parse folder path failed###~"},
-        {sid + ",Path=\"\",Devicetype=0>", "parse folder path failed~"},
-        {sid + ",Path=\"p\",Devicetype:0>", "parse folder path failed###~"},
-        {sid + ",Path=\"p\",Devicetype=>", "parse folder path failed~"},
-        {sid + ",Path=\"p\",Devicetype=x>", "unknown device type~"},
-    };
-    for (const auto& [record, message] : cases) {
+    for (const auto& [record, message] : Rows<2>("refused records")) {
         EXPECT_EQ(Load(a + record + "\r\n" + x), " x a") << record;
         EXPECT_THAT(Log(), HasSubstr("~|I " + message + "|I m_ParseFolderItem ~|I id= x"));
     }

@@ -9,28 +9,12 @@ struct Saving : CacheTest {
 };
 
 TEST_F(Saving, requestsAreClassifiedByUrlAndFileName) {
-    const std::array<const char*, 4> cases[] = {
-        {"/x/D/a", "/opt/storage/usb/sda1/P/a", "0 /x/D D /opt/storage/usb/sda1", ""},
-        {"/x/D/a", "file:///opt/storage/usb/sdb/x", "0 /x/D D /opt/storage/usb/sdb", ""},
-        {"/x/D/a", "/opt/storage/usb/s/d/e.jpg", "0 /x/D D /opt/storage/usb/s/d", ""},
-        {"/x/D/a", "/opt/storage/usb/sd/", "0 /x/D D /opt/storage/usb/sd", ""},
-        {"/x/D/a", "ptp://1/opt/storage/usb/sda1/", "0 /x/D D /opt/storage/usb/sda1", ""},
-        {"/x/C/b", "ptp://C/0001", "1 /x/C C ", ""},
-        {"/x/D/a", "/media/u/a.png", "2 /x/D D ", "|I it's not an usb or ptp device~"},
-        {"/x/D/a", "/opt/storage/usb/sda1", "3 /x/D D ", "|I find fail,invalid url~"},
-        {"/x/D/a", "/opt/storage/usb/", "3 /x/D D ", "|I find fail,invalid url~"},
-        {"a.jpg", "ptp://", "3   ", "|I find fail,invalid FileName~"},
-        {"/a.jpg", "ptp://", "3   ", "|I find fail,invalid FileName~"},
-        {"x/a.jpg", "ptp://", "3 x  ", "|I find fail,invalid FileName~"},
-        {"/x/y//a", "ptp://", "3 /x/y/  ", "|I SaveFlashFile strIdNumber is empty...~"},
-    };
-    for (const auto& [file, url, expected, line] : cases) {
+    for (auto& [file, url, expected, line] : Rows<4>("requests")) {
         std::string folder, id, mount;
         const int result =
-            engine->m_CheckUrl(pixels.data(), file, const_cast<char*>(url), folder, id, mount);
+            engine->m_CheckUrl(pixels.data(), file.c_str(), url.data(), folder, id, mount);
         EXPECT_EQ(std::to_string(result) + " " + folder + " " + id + " " + mount, expected) << url;
-        EXPECT_EQ(Log(),
-                  std::string("I m_CheckUrl..filename[") + file + "], url[" + url + "]~" + line);
+        EXPECT_EQ(Log(), "I m_CheckUrl..filename[" + file + "], url[" + url + "]~" + line);
     }
 }
 
