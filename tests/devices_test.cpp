@@ -24,7 +24,6 @@ TEST_F(Devices, usbStorageIsKnownByTheIdThatTheDatabaseHasForItsPath) {
         {{0, {{{a}}, {{b}}}}, {{a, "A"}, {a}}, 1, "1 A=a"},  // pairs count, not storages
         {{0, {{{a}}, {{b}}}}, {{a, "A"}}, 3, "1 A=a"},
         {{0, {{{"/mnt/a"}}, {{nullptr}}}}, {{"/mnt/a", "A"}}, 0, "1 old=map"},
-        {{0, {{{a}}, {{b}}}}, {{b, "A"}, {a, "A"}}, 1, "1 A=a"},  // two paths of one id
         {{0, {{{a}}}, -1}, {}, 0, "1 old=map"},
         {{-1, {}}, {}, 0, "1 old=map"},
     };
@@ -74,13 +73,39 @@ TEST_F(Devices, camerasAreKnownByTheirSerialNumberAndOtherKindsNotAtAll) {
     EXPECT_THAT(Log(), EndsWith("|I  it is unknow device type exit m_GetStorageList...~"));
 }
 
-TEST_F(Devices, withoutFilterAndCamerasTheReconciliationIsMadeAllTheSame) {
-    platform.devices[usb].storages = {{{a}}};
-    platform.failingFilter = 1;
-    EXPECT_FALSE(engine->m_GetStorageList(engine->m_MountPathMap));
-    EXPECT_THAT(Log(), HasSubstr("list |I m_GetStorageList device type = [1]|I device[0]"));
-    EXPECT_TRUE(engine->m_InitDeviceList());
-    EXPECT_THAT(Log(), testing::MatchesRegex(".*create.I m_GetDeciveList usb fail###~.*"
-                                             "Exist~.I m_GetDeciveList ptp fail###~.I usb.*"
-                                             "I m_RefreshThumbFile.*end###~"));
+TEST_F(Devices, aStartLoadsTheIndexLearnsTheDevicesAndDropsWhatIsGone) {
+    Write("dev0/a.jpg", "a");
+    Write("index", FolderRecord("$/dev0", 1) + ItemRecord("$/dev0/a.jpg", 1));
+    platform.devices = {{usb, {0, {{{a}}}}}, {ptp, {0, {{{"", "C"}}}}}};
+    platform.database = {{"/c", "dev0"}, {a, "A"}};
+    EXPECT_TRUE(engine->m_Create());
+    EXPECT_EQ(Log(),
+              "I start CZELThumbFlashCache::Create...~|I start CZELThumbFlashCache::Create111...~"
+              "|I start usb_device_init...~|I zel usb....~|I end usb_device_init2222...~"
+              "|I m_ParseFolderItem ~|I id= dev0 ,path= $/dev0 ,devicetype=1"
+              "|I m_ParseFolderItem success###~"
+              "|I m_ParseItem ~|I path= $/dev0 ,URL= $/dev0/a.jpg ,size=1|I m_ParseItem success###~"
+              "|I end m_LoadThumbFile...~|I [start to excute m_GetDeciveList]...~"
+              "|I  zel_get_usb_list has return to zel_get_usb_list "
+              "|I zel_get_usb_storage_list device type = [1]"
+              "|I device[0] MountPath = /opt/storage/usb/a|I USB Storage is Exist~"
+              "|I m_GetStorageList storageListSize = 2 |I usblist.size === [1]"
+              "|I usbPath : [/opt/storage/usb/a], storagePath: [/c]~"
+              "|I usbPath : [/opt/storage/usb/a], storagePath: [/opt/storage/usb/a]~"
+              "|I storageID: A~|I  UsbScanning is Completed ~|I  exit m_GetStorageList...~"
+              "|I [start to excute m_GetDeciveList]...~"
+              "|I  zel_get_usb_list has return to zel_get_usb_list "
+              "|I zel_get_usb_storage_list device type = [2]|I device[0] MountPath = "
+              "|I usblist.size === [1]|I  serialNumber = [C]~|I  exit m_GetDeciveList...~"
+              "|I usbFlashMap size= [1],ptpFlashMap size= [1]~"
+              "|I m_ThumbFolderList get id = [dev0]~|I m_ThumbFolderList remove [$/dev0]~"
+              "|I m_RemoveDir [$/dev0] success###~"
+              "|I m_RefreshThumbFile...~|I m_GetDeciveList end###~|I end FlashCache Create...~");
+    ExpectLeft("");
+    platform.failingFilter = platform.passes + 1;
+    platform.devices.erase(ptp);
+    EXPECT_FALSE(engine->m_GetStorageList(engine->m_MountPathMap) || !engine->m_InitDeviceList());
+    EXPECT_THAT(Log(), testing::MatchesRegex(".*list .I m_GetStorageList device type = .1.*"
+                                             "create.I m_GetDeciveList usb fail###~.*"
+                                             "Exist~.I m_GetDeciveList ptp fail###~.I usb.*"));
 }

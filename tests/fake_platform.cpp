@@ -20,23 +20,10 @@ FakePlatform* g_platform = nullptr;
 static auto& DevicesOf(void* list) { return *static_cast<FakePlatform::Devices*>(list); }
 static auto& StorageOf(void* handle) { return *static_cast<_zel_storage_s*>(handle); }
 static int GiveCopy(const char* text, char** copy) {
-    const InPlatform busy;
     *copy = text == nullptr ? nullptr : strdup(text);
     return 0;
 }
-// Adds to the log; a call of the platform, of kind P, only when it is a trace.
-static void Note(char kind, const std::string& text) {
-    const InPlatform busy;
-    const std::lock_guard<std::mutex> lock(g_platform->mutex);
-    if (kind == 'P' && !g_platform->isLocked)
-        return;
-    std::string& log = syscall(SYS_gettid) == getpid() ? g_platform->log : g_platform->workerLog;
-    const bool locked = g_platform->isLocked && g_platform->isLocked();
-    log += (log.empty() ? "" : "|") + std::string(1, char(locked ? kind + 'a' - 'A' : kind));
-    log += " " + text;
-}
-static int Release(const char* call, void* handle, int result = 0) {
-    Note('P', call);
+static int Release(void* handle, int result = 0) {
     EXPECT_TRUE(handle == nullptr || g_platform->live.erase(handle) == 1);
     return result;
 }
@@ -59,25 +46,18 @@ int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {
     EXPECT_TRUE(std::regex_match(line.data(), part, frame)) << line.data();
     EXPECT_EQ(part[3], prio == 4 ? "INFO" : "WARNNING");
     EXPECT_EQ(part[4], std::to_string(syscall(SYS_gettid)));
-    Note(part[3].str()[0], boost::replace_all_copy(part[5].str(), "\n", "~"));
+    const std::lock_guard<std::mutex> lock(g_platform->mutex);
+    g_platform->log += (g_platform->log.empty() ? "" : "|") + part[3].str().substr(0, 1) + " " +
+                       boost::replace_all_copy(part[5].str(), "\n", "~");
     return 0;
 }
 
-int media_content_connect(void) {
-    Note('P', "connect");
-    ++g_platform->connects;
-    const int result = g_platform->onConnect();
-    g_platform->connections += result == 0;
-    return result;
-}
+int media_content_connect(void) { return ++g_platform->connects, g_platform->onConnect(); }
 int media_content_disconnect(void) {
-    Note('P', "disconnect");
-    --g_platform->connections;
     return ++g_platform->disconnects, g_platform->disconnectResult;
 }
 
 int media_filter_create(media_filter_h* filter) {
-    Note('P', "filter_create");
     const InPlatform busy;
     if (g_platform->passes + 1 == g_platform->failingFilter)
         return -1;
@@ -85,10 +65,9 @@ int media_filter_create(media_filter_h* filter) {
     return 0;
 }
 int media_filter_destroy(media_filter_h filter) {
-    return Release("filter_destroy", filter, g_platform->filterDestroyResult);
+    return Release(filter, g_platform->filterDestroyResult);
 }
 int media_storage_foreach_storage_from_db(media_filter_h, media_storage_cb callback, void* data) {
-    Note('P', "foreach");
     g_platform->onPass(++g_platform->passes);
     for (_zel_storage_s& storage : g_platform->database)
         EXPECT_TRUE(callback(&storage, data));
@@ -96,7 +75,6 @@ int media_storage_foreach_storage_from_db(media_filter_h, media_storage_cb callb
 }
 
 int media_storage_clone(media_storage_h* out, media_storage_h source) {
-    Note('P', "clone");
     const InPlatform busy;
     if (g_platform->cloneResult == 0)
         g_platform->live.insert(*out = new _zel_storage_s(StorageOf(source)));
@@ -104,7 +82,7 @@ int media_storage_clone(media_storage_h* out, media_storage_h source) {
 }
 int media_storage_destroy(media_storage_h storage) {
     delete &StorageOf(storage);
-    return Release("destroy", storage);
+    return Release(storage);
 }
 int media_storage_get_path(media_storage_h storage, char** path) {
     return GiveCopy(StorageOf(storage).path, path);
@@ -114,7 +92,6 @@ int media_storage_get_storage_id(media_storage_h storage, char** id) {
 }
 
 int zel_get_usb_list(enum zel_storage_device_type type, void** list) {
-    Note('P', type == ZEL_STORAGE_DEVICE_TYPE_USB ? "list usb" : "list ptp");
     const InPlatform busy;
     FakePlatform::Devices& devices = g_platform->devices[type];
     if (devices.result == 0)
@@ -130,7 +107,7 @@ _zel_storage_s* zel_storage_get_storage(int index, void* list) {
 }
 const char* zel_storage_get_mountpath(_zel_storage_s* storage) { return storage->path; }
 const char* zel_storage_get_serialnumber(_zel_storage_s* storage) { return storage->id; }
-int zel_storage_list_destory(void* list) { return Release("list_destory", list); }
+int zel_storage_list_destory(void* list) { return Release(list); }
 
 #if defined(__SANITIZE_THREAD__)
 // GLib is not built with the sanitizer, which would not see what its mutex orders.

@@ -29,19 +29,16 @@ struct FakePlatform {
     int failingFilter = 0;                              // the number of the one not made
     int filterDestroyResult = 0, cloneResult = 0, disconnectResult = 0;
     std::atomic<int> connects{0}, disconnects{0}, passes{0};
-    std::atomic<int> connections{0};  // that are open
-    std::set<void*> live;             // lists, filters and clones that are not released
+    std::set<void*> live;  // lists, filters and clones that are not released
     std::mutex mutex;
-    std::string log, workerLog;      // guarded by the mutex; see CacheTest::Log()
-    std::function<bool()> isLocked;  // makes them a trace; see CacheTest::Trace()
+    std::string log;  // guarded by the mutex; see CacheTest::Log()
 };
 
 extern FakePlatform* g_platform;
 
 // Lives while the platform works for itself, which is not what a test lets fail.
 struct InPlatform {
-    InPlatform() : outer(active) { active = true; }
-    ~InPlatform() { active = outer; }
-    const bool outer;
+    InPlatform() { active = true; }
+    ~InPlatform() { active = false; }
     inline static thread_local bool active = false;
 };

@@ -18,16 +18,6 @@
 
 namespace fs = std::filesystem;
 
-inline constexpr char kDevices[] =
-    "P: /devices/usb1/1-1/sdb1\nE: SUBSYSTEM=block\nE: MAJOR=8\nE: MINOR=17\n"
-    "E: ID_FS_UUID=4D1C-9F07\nE: ID_SERIAL=Stick_S1\nE: ID_SERIAL_SHORT=S1\n\n"
-    "P: /devices/usb1/1-1/sdc1\nE: SUBSYSTEM=block\nE: MAJOR=8\nE: MINOR=33\n"
-    "E: ID_FS_UUID=B-UUID\n\n"
-    "P: /devices/usb1/1-2\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\n"
-    "E: ID_USB_INTERFACES=:030001:060101:\nE: ID_SERIAL_SHORT=C1\n\n"
-    "P: /devices/usb1/1-3\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: ID_GPHOTO2=1\n"
-    "A: serial=C2\\n\n\nP: /devices/usb1/1-4\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\n"
-    "E: ID_USB_INTERFACES=:080650:\n";
 inline const std::string kStick = "40 22 8:17 / /opt/storage/usb/a\\040b rw - vfat /dev/sdb1 rw\n";
 inline const std::string kStickB = "44 22 8:33 / /opt/storage/usb/b rw - vfat /dev/sdc1 rw\n";
 inline const std::string kUnknown = "41 22 0:99 / /opt/storage/usb/demo rw - tmpfs demo rw\n";
@@ -49,7 +39,7 @@ struct LinuxPlatform : testing::Test {
         fs::create_symlink("../../devices/usb1/1-1/sdb1", root_ / "sys/dev/block/8:17");
         fs::create_symlink("../../devices/usb1/1-1/sdc1", root_ / "sys/dev/block/8:33");
         g_platform_calls.udev = root_ / "udev";
-        EXPECT_TRUE(umockdev_testbed_add_from_string(testbed_, kDevices, nullptr));
+        EXPECT_TRUE(umockdev_testbed_add_from_file(testbed_, ZEL_TEST_DEVICES, nullptr));
         setenv("ZEL_MOUNTINFO", table_.c_str(), 1);
         replace_table(kElsewhere);
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, events_), 0);
@@ -58,10 +48,11 @@ struct LinuxPlatform : testing::Test {
         close(events_[0]), close(events_[1]);
         g_object_unref(testbed_);
     }
-    // From now on udev runs; it has looked at nothing yet.
+    // From now on udev runs; it has looked at the devices that are no storages.
     void start_udev() {
         fs::create_directories(root_ / "udev/data");
-        std::ofstream(root_ / "udev/control");
+        for (const char* file : {"control", "data/+usb:1-2", "data/+usb:1-3", "data/+usb:1-4"})
+            std::ofstream(root_ / "udev" / file) << "I:1\n";
     }
     void let_udev_look_at(const std::string& device) {
         std::ofstream(root_ / "udev/data" / device) << "I:1\n";

@@ -2,11 +2,11 @@
 
 using Map = std::map<std::string, std::string>;
 
-// A cache of folders "dev1", "dev" and "cam", each with one thumbnail file of 10 bytes.
+// A cache of folders "dev0", "dev1" and "cam", each with one thumbnail file of 10 bytes.
 struct Removal : CacheTest {
     Removal() {
         std::string records;
-        for (const std::string name : {"dev1", "dev", "cam"}) {
+        for (const std::string name : {"dev0", "dev1", "cam"}) {
             Write(name + "/a.jpg", "0123456789");
             records += FolderRecord("$/" + name) + ItemRecord("$/" + name + "/a.jpg", 10);
         }
@@ -14,11 +14,16 @@ struct Removal : CacheTest {
         Log();
     }
     void Judge(Map usb, Map ptp) { EXPECT_TRUE(engine->m_DelUnvalidData(usb, ptp)); }
-    const std::string all = " dev1 dev cam $/dev1/a.jpg $/dev/a.jpg $/cam/a.jpg";
+    void SendEvent(int event, const char* mountPath) {
+        _zel_storage_s attached{mountPath}, *storage = &attached;
+        Engine::s_ZELUSBConnctedCallback(engine.get(), static_cast<zel_storage_event_e>(event),
+                                         storage);
+    }
+    const std::string all = " dev0 dev1 cam $/dev0/a.jpg $/dev1/a.jpg $/cam/a.jpg";
 };
 
 TEST_F(Removal, foldersOfKnownDevicesStayWhateverTheirKind) {
-    Judge({{"cam", "/m"}, {"dev", "/m"}}, {{"dev1", "ptp"}});
+    Judge({{"cam", "/m"}, {"dev0", "/m"}}, {{"dev1", "ptp"}});
     EXPECT_THAT(Log(), HasSubstr("usbFlashMap size= [2],ptpFlashMap size= [1]~"));
     ExpectLeft(all);
     Judge({}, {{"dev1", "ptp"}, {"cam", "ptp"}});
@@ -32,16 +37,16 @@ TEST_F(Removal, withoutAnyDeviceEverythingGoesAlsoWhatHasNoFolder) {
     engine->m_ThumbFolderList.back()->Path = engine->m_ThumbItemList.back()->Path = "";
     fs::remove_all(root + "/cam");
     Write("index", "as it was");
-    Judge({{"dev1", ""}, {"dev", ""}}, {});  // a stale folder without a path takes nothing along
-    EXPECT_EQ(Content(*engine), " dev1 dev $/dev1/a.jpg $/dev/a.jpg $/cam/a.jpg");
+    Judge({{"dev0", ""}, {"dev1", ""}}, {});  // a stale folder without a path takes nothing along
+    EXPECT_EQ(Content(*engine), " dev0 dev1 $/dev0/a.jpg $/dev1/a.jpg $/cam/a.jpg");
     EXPECT_EQ(Read(), "as it was");
     Log();
     engine->m_ThumbFolderList.emplace_back(new Engine::CZELFlashCacheFolderItem);
     Judge({}, {});
     EXPECT_EQ(Log(),
-              "I usbFlashMap size= [0],ptpFlashMap size= [0]~|I m_ThumbFolderList remove [$/dev1]~"
-              "|I m_RemoveDir [$/dev1] success###~|I m_ThumbFolderList remove [$/dev]~"
-              "|I m_RemoveDir [$/dev] success###~|I m_ThumbFolderList remove []~"
+              "I usbFlashMap size= [0],ptpFlashMap size= [0]~|I m_ThumbFolderList remove [$/dev0]~"
+              "|I m_RemoveDir [$/dev0] success###~|I m_ThumbFolderList remove [$/dev1]~"
+              "|I m_RemoveDir [$/dev1] success###~|I m_ThumbFolderList remove []~"
               "|I in m_RemoveDir strDir empty...~|I m_RefreshThumbFile...~");
     fs::remove(index);
     Judge({}, {});  // written also when there is nothing to remove
@@ -49,19 +54,22 @@ TEST_F(Removal, withoutAnyDeviceEverythingGoesAlsoWhatHasNoFolder) {
 }
 
 TEST_F(Removal, aPulledStorageTakesItsFolderOnlyOfTwoAtOnePathTheFirstById) {
-    engine->m_MountPathMap = {{"cam", "/m1"}, {"dev", "/m"}, {"dev1", "/m"}, {"x", "/n"}};
+    engine->m_MountPathMap = {{"dev1", "/m"}, {"dev0", "/m"}, {"noFolder", "/n"}, {"noPath", ""}};
+    SendEvent(1, "/m");
     for (const char* other : {"/", "/m/", "", static_cast<const char*>(nullptr)})
-        SendEvent(engine.get(), 2, other);
+        SendEvent(2, other);
     ExpectLeft(all);
-    SendEvent(engine.get(), 2, "/m");
+    SendEvent(2, "/m");
+    EXPECT_EQ(Log(),
+              "I s_USBConnctedCallback...~|I s_ZELUSBConnctedCallback event is [2]~"
+              "|I device MountPath = [/m]###|I m_RemoveDir [$/dev0] success###~"
+              "|I m_RefreshThumbFile...~");
     ExpectLeft(" dev1 cam $/dev1/a.jpg $/cam/a.jpg");
-    EXPECT_TRUE(engine->m_RemoveStorage("/n"));
-    EXPECT_EQ(engine->m_MountPathMap, (Map{{"cam", "/m1"}, {"dev1", "/m"}}));
-    EXPECT_EQ(Log(), "");  // it had no folder
-    SendEvent(engine.get(), 2, "/m");
+    EXPECT_TRUE(engine->m_RemoveStorage("/n") && engine->m_RemoveStorage(""));
+    EXPECT_EQ(engine->m_MountPathMap, (Map{{"dev1", "/m"}}));
+    EXPECT_TRUE(engine->m_RemoveStorage("/m"));
+    EXPECT_EQ(Log(), "I m_RemoveDir [$/dev1] success###~|I m_RefreshThumbFile...~");
     ExpectLeft(" cam $/cam/a.jpg");
-    SendEvent(engine.get(), 2, "/m1");
-    Log();
     EXPECT_FALSE(engine->m_RemoveStorage("/m"));  // none is known any more
     EXPECT_EQ(Log(), "I m_MountPathMap.size() <= 0###~");
     _zel_storage_s* none = nullptr;
@@ -75,7 +83,7 @@ TEST_F(Removal, storagesComeAndGoWhileFourThreadsSaveAndTheEngineStarts) {
         if (savers.back().wait_for(std::chrono::seconds(0)) == std::future_status::ready)
             savers.pop_back();
         for (const char* path : {"s0", "s1", "s2", "s3"})
-            SendEvent(engine.get(), 2, (std::string("/opt/storage/usb/") + path).c_str());
+            SendEvent(2, (std::string("/opt/storage/usb/") + path).c_str());
     }
     SaveOnThreads(8, 25).clear();
     EXPECT_GE(engine->m_ThumbItemList.size(), 200U);

@@ -8,6 +8,29 @@ struct Saving : CacheTest {
     long Size(const std::string& name) const { return long(fs::file_size(root + "/" + name)); }
 };
 
+TEST_F(Saving, savedThumbnailIsOneFileAndTwoRecordsAndItsLines) {
+    ASSERT_TRUE(Save("dev0/a.jpg", "/opt/storage/usb/sda1/a.png", 160, 120));
+    const std::string size = std::to_string(Size("dev0/a.jpg"));
+    EXPECT_EQ(Log(),
+              "I m_CheckUrl..filename[$/dev0/a.jpg], url[/opt/storage/usb/sda1/a.png]~"
+              "|I It is an USB device. ~"
+              "|I strFolder[$/dev0], strId[dev0], strMountPath[/opt/storage/usb/sda1]~"
+              "|I m_CacheSize begin:0~|I m_CacheSize space hold:76854~|I Start|I jepg size is " +
+                  size + ", m_CacheSize end:" + size + "~|I End");
+    const std::string records =
+        "<Type=0,Path=\"$/dev0\",URL=\"$/dev0/a.jpg\",Size=" + size +
+        ",Devicetype=0>\r\n<Type=1,Sid=\"dev0\",Path=\"$/dev0\",Devicetype=0>\r\n";
+    EXPECT_EQ(Read(), records);
+    ASSERT_TRUE(Save("dev0/b.jpg", "ptp://1"));  // for a camera, into a folder known already
+    EXPECT_THAT(Log(), HasSubstr("|I It is an ptp device. ~"
+                                 "|I strFolder[$/dev0], strId[dev0], strUrl[ptp://1]~|I m_Cache"));
+    ASSERT_TRUE(Save("x/dev0/a.jpg", "ptp://1"));  // another folder of that id
+    EXPECT_EQ(Read(), records + ItemRecord("$/dev0/b.jpg", Size("dev0/b.jpg"), 1) +
+                          ItemRecord("$/x/dev0/a.jpg", Size("x/dev0/a.jpg"), 1) +
+                          FolderRecord("$/x/dev0", 1));
+    ExpectLeft(" dev0 dev0 $/dev0/a.jpg $/dev0/b.jpg $/x/dev0/a.jpg");
+}
+
 TEST_F(Saving, requestsAreClassifiedByUrlAndFileName) {
     for (auto& [file, url, expected, line] : Rows<4>("requests")) {
         std::string folder, id, mount;
@@ -18,15 +41,17 @@ TEST_F(Saving, requestsAreClassifiedByUrlAndFileName) {
     }
 }
 
-TEST_F(Saving, invalidRequestsChangeNothingAndOtherUrlsOnlyWriteTheirFile) {
+TEST_F(Saving, invalidRequestsChangeNothingAndOtherUrlsOnlyGetTheirFile) {
     char url[] = "ptp://1";
-    EXPECT_FALSE(engine->SaveFlashFile(nullptr, 1, 1, index.c_str(), url, nullptr));
-    EXPECT_FALSE(engine->SaveFlashFile(pixels.data(), 1, 1, nullptr, url, nullptr));
-    EXPECT_FALSE(engine->SaveFlashFile(pixels.data(), 1, 1, index.c_str(), nullptr, nullptr));
+    EXPECT_FALSE(engine->SaveFlashFile(nullptr, 1, 1, index.c_str(), url, nullptr) ||
+                 engine->SaveFlashFile(pixels.data(), 1, 1, nullptr, url, nullptr) ||
+                 engine->SaveFlashFile(pixels.data(), 1, 1, index.c_str(), nullptr, nullptr));
     EXPECT_THAT(Log(), EndsWith("|I filename or url is null~|I find fail,invalid url~"));
     EXPECT_FALSE(Save("dev0/a.jpg", "/media/u/a.png", 0));
-    EXPECT_EQ(engine->m_MountPathMap.size() + engine->m_PtpDeviceMap.size(), 0U);
-    ExpectLeft("");
+    EXPECT_TRUE(Save("dev0/b.jpg", "/media/u/a.png"));
+    EXPECT_THAT(Files(), ElementsAre("$/dev0/b.jpg", "$/index"));
+    EXPECT_EQ(Read() + Content(*engine), "");
+    EXPECT_TRUE(engine->m_MountPathMap.empty() && engine->m_CacheSize == 0);
 }
 
 TEST_F(Saving, nameThatWouldWriteRecordsIsRefusedAndItsImageRemoved) {

@@ -1,6 +1,3 @@
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include "fixture.h"
 
 struct ThumbFileWriting : CacheTest {
@@ -10,59 +7,53 @@ struct ThumbFileWriting : CacheTest {
         Log();
     }
     auto& Item() const { return *engine->m_ThumbItemList.front(); }
-    using ItemRow = std::tuple<Engine::CZELFlashCacheItem*, int, const char*, const char*>;
-    using FolderRow = std::tuple<Engine::CZELFlashCacheFolderItem*, int, const char*, const char*>;
-    // For each record: whether a rewrite takes it, before one that it takes, and what is told then
-    // and by an append.
-    template <class Row, class List, class Append>
-    void Check(const std::vector<Row>& rows, List& list, const Append& append) {
-        const auto good = list.front();
-        for (const auto& [record, written, rewriteLine, appendLine] : rows) {
-            list = {record, good};
-            EXPECT_TRUE(engine->m_RefreshThumbFile());
-            EXPECT_EQ(Log(), std::string("I m_RefreshThumbFile...~") + rewriteLine);
-            const std::string text = Read();
-            EXPECT_EQ(std::count(text.begin(), text.end(), '<'), 2 + written) << text;
-            EXPECT_EQ(append(record), *appendLine == '\0');
-            EXPECT_EQ(Log(), appendLine);
-        }
-        list = {good};
+    auto& Folder() const { return *engine->m_ThumbFolderList.front(); }
+    // Rewrites the index and appends both records to it; how many of the three succeeded.
+    int WriteEach() {
+        int written = engine->m_RefreshThumbFile();
+        written += engine->m_AddItemToThumbFile(&Item());
+        return written + engine->m_AddFolderItemToThumbFile(&Folder());
     }
     const std::string folder = FolderRecord("/c/dev0"), item = ItemRecord("/c/dev0/a", 5);
 };
 
-TEST_F(ThumbFileWriting, aRefusedRecordIsToldAndCostsOnlyItself) {
-    using Item = Engine::CZELFlashCacheItem;
-    using Folder = Engine::CZELFlashCacheFolderItem;
-    const std::string most(1023 - ItemRecord("/c/", 5).size() + 1, 'u');
-    const std::string mostId(1023 - FolderRecord("/").size(), 's');
-    const char* refused = "I m_AddItemToThumbFile strPath is empty or Size < 0~";
-    const char* empty = "I m_AddFolderItemToThumbFile strSid or strPath is empty~";
-    Check<ItemRow>({{new Item("/c", "/c" + most, 5, 0), 1, "", ""},
-                    {new Item("/c", "/c/" + most, 5, 0), 0,
-                     "|I m_RefreshThumbFile thumbnail record is too long~",
-                     "I m_AddItemToThumbFile record is too long~"},
-                    {new Item("/c", "/c/a>b", 5, 0), 0,
-                     "|I m_RefreshThumbFile thumbnail record holds \" or > or NUL~",
-                     "I m_AddItemToThumbFile record holds \" or > or NUL~"},
-                    {new Item("", "/c/b", 5, 0), 0, "", refused},
-                    {new Item("/c", "", 0, 0), 1, "", ""},
-                    {new Item("/c", "/c/b", -7, 0), 1, "", refused}},
-                   engine->m_ThumbItemList,
-                   [this](Item* record) { return engine->m_AddItemToThumbFile(record); });
-    Check<FolderRow>(
-        {{new Folder(mostId, "/", 0), 1, "", ""},
-         {new Folder(mostId + "s", "/", 0), 0, "|I m_RefreshThumbFile folder record is too long~",
-          "I m_AddFolderItemToThumbFile record is too long~"},
-         {new Folder("c\"", "/c", 0), 0,
-          "|I m_RefreshThumbFile folder record holds \" or > or NUL~",
-          "I m_AddFolderItemToThumbFile record holds \" or > or NUL~"},
-         {new Folder("", "/c", 0), 0, "|I strSid or strPath is empty###~", empty},
-         {new Folder("c", "", 0), 0, "|I strSid or strPath is empty###~", empty}},
-        engine->m_ThumbFolderList,
-        [this](Folder* record) { return engine->m_AddFolderItemToThumbFile(record); });
-    EXPECT_FALSE(engine->m_AddItemToThumbFile({}));
-    EXPECT_FALSE(engine->m_AddFolderItemToThumbFile({}));
+TEST_F(ThumbFileWriting, foldersComeBeforeItemsAndWhatCannotBeLoadedIsLeftOut) {
+    Write("index", std::string(5000, 'x'));
+    Item().URL += std::string(1023 - item.size(), 'u');
+    Folder().Sid += std::string(1023 - folder.size(), 's');
+    EXPECT_EQ(WriteEach(), 3);
+    const std::string longItem = ItemRecord(Item().URL, 5);
+    EXPECT_THAT(Read(), HasSubstr(longItem + longItem));
+    Item().URL += "u", Folder().Sid += "s";
+    EXPECT_EQ(WriteEach(), 1);
+    Item().URL = "", Item().Size = -7, Folder().Sid = "";
+    EXPECT_EQ(WriteEach(), 1);
+    EXPECT_EQ(Read(), "<Type=0,Path=\"/c/dev0\",URL=\"\",Size=-7,Devicetype=0>\r\n");
+    Item().Path = Folder().Path = "", Item().Size = 0, Folder().Sid = "x";
+    EXPECT_EQ(WriteEach(), 1);
+    EXPECT_EQ(Read(), "");
+    EXPECT_FALSE(engine->m_AddItemToThumbFile({}) || engine->m_AddFolderItemToThumbFile({}));
+    EXPECT_THAT(Log(), HasSubstr("|I m_RefreshThumbFile folder record is too long~"
+                                 "|I m_RefreshThumbFile thumbnail record is too long~"
+                                 "|I m_AddItemToThumbFile record is too long~"
+                                 "|I m_AddFolderItemToThumbFile record is too long~"
+                                 "|I m_RefreshThumbFile...~|I strSid or strPath is empty###~"
+                                 "|I m_AddItemToThumbFile strPath is empty or Size < 0~"
+                                 "|I m_AddFolderItemToThumbFile strSid or strPath is empty~"
+                                 "|I m_RefreshThumbFile...~|I strSid or strPath is empty###~|"));
+}
+
+TEST_F(ThumbFileWriting, whatCannotBeOpenedIsRefusedButAFullDeviceIsOnlyLogged) {
+    engine->m_strCachePath = root + "/none/index";
+    EXPECT_EQ(WriteEach(), 0);
+    engine->m_strCachePath = "/dev/full";
+    EXPECT_EQ(WriteEach(), 3);
+    EXPECT_EQ(Log(),
+              "I m_RefreshThumbFile...~|I Failed to create $/none/index  file.~"
+              "|I Failed to create $/none/index\tfile.~|I Failed to create $/none/index\tfile.~"
+              "|I m_RefreshThumbFile...~|I m_RefreshThumbFile fwrite failed...~"
+              "|I m_AddItemToThumbFile fwrite failed...~"
+              "|W m_AddFolderItemToThumbFile fwrite failed...~");
 }
 
 TEST_F(ThumbFileWriting, firstAppendEndsATornRecordAndCutsOffZeros) {
@@ -118,13 +109,12 @@ TEST_F(ThumbFileWriting, recordsAreReadBackAsTheyAreOrRefused) {
         std::ignore = loaded.m_LoadThumbFile();  // no file is no record
         return describe(loaded);
     };
-    auto& first = *engine->m_ThumbFolderList.front();
     int kept = 0;
     for (int round = 0; round < 400; ++round) {
         fs::remove(index);
-        Item().Path = first.Sid = text();
-        Item().URL = first.Path = text();
-        const bool appended = engine->m_AddFolderItemToThumbFile(&first);
+        Item().Path = Folder().Sid = text();
+        Item().URL = Folder().Path = text();
+        const bool appended = engine->m_AddFolderItemToThumbFile(&Folder());
         EXPECT_EQ(engine->m_AddItemToThumbFile(&Item()), appended);
         const std::string expected = appended ? describe(*engine) : "";
         EXPECT_EQ(readBack(), expected);
@@ -134,13 +124,14 @@ TEST_F(ThumbFileWriting, recordsAreReadBackAsTheyAreOrRefused) {
     }
     EXPECT_GT(kept, 100);
     EXPECT_LT(kept, 300);
+    EXPECT_THAT(Log(), HasSubstr("I m_AddFolderItemToThumbFile record holds \" or > or NUL~|"
+                                 "I m_AddItemToThumbFile record holds \" or > or NUL~|"));
 }
 
 TEST_F(ThumbFileWriting, rewriteDropsWhatOnlyAnotherProcessKnows) {
     Engine other;
     other.m_strCachePath = index;
-    EXPECT_TRUE(engine->m_AddItemToThumbFile(&Item()));
-    EXPECT_TRUE(other.m_AddItemToThumbFile(&Item()));
+    EXPECT_TRUE(engine->m_AddItemToThumbFile(&Item()) && other.m_AddItemToThumbFile(&Item()));
     EXPECT_EQ(Read(), item + item);
     EXPECT_TRUE(other.m_RefreshThumbFile());
     EXPECT_EQ(Read(), "");
@@ -164,4 +155,29 @@ TEST_F(ThumbFileWriting, rewriteKeepsLinkModeAndOwnerAndNoTemporaryFile) {
     fs::remove(target);  // a link that leads nowhere is written through
     EXPECT_TRUE(engine->m_RefreshThumbFile());
     EXPECT_EQ(Read("target"), folder + item);
+}
+
+TEST_F(ThumbFileWriting, rewriteGoesInPlaceWhereTheDirectoryTakesNoNewFile) {
+    const std::string longName(255, 'n');  // leaves no room for a longer one
+    engine->m_strCachePath = Write(longName, std::string(5000, 'x'));
+    EXPECT_TRUE(engine->m_RefreshThumbFile());
+    EXPECT_EQ(Read(longName), folder + item);
+    EXPECT_THAT(Files(), ElementsAre("$/" + longName));
+
+    const auto refresh = [&](mode_t fileMode, mode_t rootMode) {
+        chmod(index.c_str(), fileMode), chmod(root.c_str(), rootMode);
+        const uid_t user = geteuid();
+        EXPECT_EQ(seteuid(user == 0 ? 65534 : user), 0);  // the superuser meets no refusal
+        const bool refreshed = engine->m_RefreshThumbFile();
+        EXPECT_EQ(seteuid(user), 0);
+        return refreshed;
+    };
+    engine->m_strCachePath = index;
+    for (const mode_t mode : {0555, 01777}) {  // takes no new file; keeps what others own
+        Write("index", std::string(5000, 'x'));
+        Log();
+        EXPECT_TRUE(refresh(0666, mode));
+        EXPECT_EQ(Read() + Log(), folder + item + "I m_RefreshThumbFile...~");
+    }
+    EXPECT_FALSE(refresh(0444, 0777));  // what cannot be written is not replaced either
 }
