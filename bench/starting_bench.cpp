@@ -18,7 +18,7 @@ std::string MakeIndex(const bare::Folder& folder, int records) {
     const std::string index = folder / "index";
     std::ofstream out(index, std::ios::binary);
     for (int number = 0; number < records; ++number) {
-        out << bare::MakeRecord(device.substr(0, 40), number, 5120);
+        out << bare::MakeRecord(device.substr(0, 40), number, 1024);
     }
     return index;
 }

@@ -32,6 +32,7 @@ struct ZELThumbFileState {
     bool bEndIsWhole = false;    ///< it ends with a whole record, so that one may follow
     bool bNeedsRewrite = false;  ///< what is appended would not be read, or would come too late
     std::string strMissing;      ///< records that there was no room for, in their order
+    int damagedSizes = 0;        ///< thumbnails read that claim more than the whole cache
 };
 
 /** Holds the one instance of T. Not synchronised: see the public header for who may call when. */

@@ -72,21 +72,27 @@ bool HidesItsEnd(std::string_view text) {
     return last != std::string_view::npos && text.substr(0, last).find('\0') != text.npos;
 }
 
+bool IsDamagedSize(long size) { return size > ZEL_FLASH_CACHE_MAX; }
+
 // Whether a thumbnail of that size can be accounted for. Where the sum leaves no room for it, a
-// damaged record has claimed it, and goes: the last one with more than the whole cache.
-bool MakeRoomInSum(CZELThumbFlashCache::ItemList& items, int& cacheSize, int size) {
+// damaged record has claimed it, and goes: the last of those that claim more than the whole cache.
+// Their number is known, so that the items are not searched for none.
+bool MakeRoomInSum(CZELThumbFlashCache::ItemList& items, int& cacheSize, int& damagedSizes,
+                   int size) {
     if (size <= std::numeric_limits<int>::max() - static_cast<long long>(cacheSize)) {
+        damagedSizes += IsDamagedSize(size) ? 1 : 0;
         return true;
     }
-    const auto damaged = size > ZEL_FLASH_CACHE_MAX
-                             ? items.rend()
-                             : std::find_if(items.rbegin(), items.rend(), [](const auto& item) {
-                                   return item->Size > ZEL_FLASH_CACHE_MAX;
-                               });
+    auto damaged = items.rend();
+    if (damagedSizes > 0 && !IsDamagedSize(size)) {
+        damaged = std::find_if(items.rbegin(), items.rend(),
+                               [](const auto& item) { return IsDamagedSize(item->Size); });
+    }
     const bool bFound = damaged != items.rend();
     ZEL_LOG_INFO("m_ParseItem size[%ld] is more than the cache can count###\n",
                  bFound ? (*damaged)->Size : static_cast<long>(size));
     if (bFound) {
+        --damagedSizes;
         cacheSize = WrappingSubtract(cacheSize, (*damaged)->Size);
         items.erase(std::next(damaged).base());
     }
@@ -214,7 +220,7 @@ bool CZELThumbFlashCache::m_ParseItem(char* pStart, int len) {
         return false;
     }
     size = std::max(size, 0);
-    if (!MakeRoomInSum(m_ThumbItemList, m_CacheSize, size)) {
+    if (!MakeRoomInSum(m_ThumbItemList, m_CacheSize, m_ThumbFileState.damagedSizes, size)) {
         return false;
     }
     boost::intrusive_ptr<CZELFlashCacheItem> pItem(new CZELFlashCacheItem(path, url, size, type));
