@@ -20,69 +20,93 @@ public:
         const auto end = std::to_chars(m_Text.data(), m_Text.data() + m_Text.size(), number).ptr;
         m_Length = static_cast<std::size_t>(end - m_Text.data());
     }
-    operator std::string_view() const { return {m_Text.data(), m_Length}; }
+    std::string_view Get() const { return {m_Text.data(), m_Length}; }
 
 private:
     std::array<char, 24> m_Text;
     std::size_t m_Length;
 };
 
-// Puts the pieces of a record one behind the other. A template, so that a rewrite, which formats
-// every record there is, copies the constant pieces without a call.
+// A text of a record, in which no separator may stand.
+struct Text {
+    std::string_view characters;
+    std::size_t size() const { return characters.size(); }
+};
+
+// The characters of a text that the compiler copies and compares at once.
+using Block [[gnu::vector_size(16)]] = signed char;
+
+// Copies a text of at least one block; all bits of the result are 0 when no separator is among it.
+inline Block CopyBlocks(char* to, std::string_view text) {
+    Block found{};
+    const auto copy = [&](std::size_t at) {
+        Block block;
+        std::memcpy(&block, text.data() + at, sizeof block);
+        std::memcpy(to + at, &block, sizeof block);
+        found |= (block == '"') | (block == '>') | (block == '\0');
+    };
+    const std::size_t last = text.size() - sizeof(Block);
+    for (std::size_t at = 0; at < last; at += sizeof(Block)) {
+        copy(at);
+    }
+    copy(last);
+    return found;
+}
+
+// Copies the pieces of a record one behind the other, and looks for separators on the way: a
+// rewrite does so with every record there is.
+class RecordBuilder {
+public:
+    explicit RecordBuilder(char* to) : m_To(to) {}
+
+    void Put(std::string_view piece) { m_To += piece.copy(m_To, piece.size()); }
+
+    void Put(const Text& text) {
+        if (text.size() < sizeof(Block)) {
+            m_bHasSeparator |= text.characters.find_first_of(separators) != text.characters.npos;
+            Put(text.characters);
+            return;
+        }
+        m_Found |= CopyBlocks(m_To, text.characters);
+        m_To += text.size();
+    }
+
+    bool HasSeparator() const {
+        std::array<std::uint64_t, sizeof(Block) / sizeof(std::uint64_t)> halves;
+        std::memcpy(halves.data(), &m_Found, sizeof m_Found);
+        return m_bHasSeparator || (halves[0] | halves[1]) != 0;
+    }
+
+private:
+    char* m_To;
+    Block m_Found{};
+    bool m_bHasSeparator = false;
+};
+
+// A template, so that the constant pieces are copied without a call.
 template <class... Pieces>
 std::size_t Join(char* text, const Pieces&... pieces) {
-    const std::size_t length = (... + std::string_view(pieces).size());
+    const std::size_t length = (... + pieces.size());
     if (length > thumbFileRecordMaxLength) {
         return 0;
     }
-    const auto put = [&text](std::string_view piece) { text += piece.copy(text, piece.size()); };
-    (put(pieces), ...);
-    return length;
-}
-
-// The characters of a text that the compiler compares at once.
-using Block [[gnu::vector_size(16)]] = signed char;
-
-// A rewrite looks at every text there is.
-bool IsFreeOfSeparators(std::string_view text) {
-    if (text.size() < sizeof(Block)) {
-        return text.find_first_of(separators) == text.npos;
-    }
-    Block found{};
-    const auto look = [&found](const char* at) {
-        Block block;
-        std::memcpy(&block, at, sizeof block);
-        found |= (block == '"') | (block == '>') | (block == '\0');
-    };
-    const char* const last = text.data() + text.size() - sizeof(Block);
-    for (const char* at = text.data(); at < last; at += sizeof(Block)) {
-        look(at);
-    }
-    look(last);
-    std::array<std::uint64_t, sizeof(Block) / sizeof(std::uint64_t)> halves;
-    std::memcpy(halves.data(), &found, sizeof found);
-    return (halves[0] | halves[1]) == 0;
+    RecordBuilder record(text);
+    (record.Put(pieces), ...);
+    return record.HasSeparator() ? thumbFileRecordUnreadable : length;
 }
 
 }  // namespace
 
-bool CanBeReadBack(const CZELThumbFlashCache::CZELFlashCacheItem& item) {
-    return IsFreeOfSeparators(item.Path) && IsFreeOfSeparators(item.URL);
-}
-
-bool CanBeReadBack(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder) {
-    return IsFreeOfSeparators(folder.Sid) && IsFreeOfSeparators(folder.Path);
-}
-
 std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item, char* text) {
-    return Join(text, "<Type=0,Path=\""sv, item.Path, "\",URL=\""sv, item.URL, "\",Size="sv,
-                Digits(item.Size), ",Devicetype="sv, Digits(item.Devicetype), ">\r\n"sv);
+    return Join(text, "<Type=0,Path=\""sv, Text{item.Path}, "\",URL=\""sv, Text{item.URL},
+                "\",Size="sv, Digits(item.Size).Get(), ",Devicetype="sv,
+                Digits(item.Devicetype).Get(), ">\r\n"sv);
 }
 
 std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder,
                                   char* text) {
-    return Join(text, "<Type=1,Sid=\""sv, folder.Sid, "\",Path=\""sv, folder.Path,
-                "\",Devicetype="sv, Digits(folder.Devicetype), ">\r\n"sv);
+    return Join(text, "<Type=1,Sid=\""sv, Text{folder.Sid}, "\",Path=\""sv, Text{folder.Path},
+                "\",Devicetype="sv, Digits(folder.Devicetype).Get(), ">\r\n"sv);
 }
 
 bool CZELThumbFileCursor::TakeNumber(char end, int& number) {

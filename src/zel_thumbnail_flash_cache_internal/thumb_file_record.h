@@ -24,17 +24,15 @@
 /** The most bytes of a record, CR LF included. */
 constexpr std::size_t thumbFileRecordMaxLength = 1023;
 
-/**
- * Whether the texts of a thumbnail or of a folder can be read back from its record: none holds a
- * double quote or a ">", which would end it, or a NUL, behind which nothing is read.
- */
-bool CanBeReadBack(const CZELThumbFlashCache::CZELFlashCacheItem& item);
-bool CanBeReadBack(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder);
+/** The length of a record whose texts hold a double quote or a ">", which would end it, or a NUL,
+ * behind which nothing is read. */
+constexpr std::size_t thumbFileRecordUnreadable = static_cast<std::size_t>(-1);
 
 /**
- * Writes the record of a thumbnail or of a folder that can be read back, CR LF included.
+ * Writes the record of a thumbnail or of a folder, CR LF included.
  * @param text  receives it; has room for thumbFileRecordMaxLength bytes
- * @return its length, or 0 when it is too long for the file
+ * @return its length; 0 when it is too long for the file, or thumbFileRecordUnreadable when it
+ * could not be read back as it is
  */
 std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item, char* text);
 std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder,

@@ -88,13 +88,11 @@ bool PutFolders(const CZELThumbFlashCache::FolderList& folders, CZELReplacementF
             ZEL_LOG_INFO("strSid or strPath is empty###\n");
             continue;
         }
-        if (!CanBeReadBack(*folder)) {
-            ZEL_LOG_INFO("m_RefreshThumbFile folder record holds \" or > or NUL\n");
-            continue;
-        }
         const std::size_t length = FormatThumbFileRecord(*folder, file.Room());
         if (length == 0) {
             ZEL_LOG_INFO("m_RefreshThumbFile folder record is too long\n");
+        } else if (length == thumbFileRecordUnreadable) {
+            ZEL_LOG_INFO("m_RefreshThumbFile folder record holds \" or > or NUL\n");
         } else if (!file.Append(length)) {
             ZEL_LOG_INFO("m_RefreshThumbFile fwrite failed...\n");
             return false;
@@ -108,13 +106,11 @@ bool PutItems(const CZELThumbFlashCache::ItemList& items, CZELReplacementFile& f
         if (item->Path.empty()) {
             continue;
         }
-        if (!CanBeReadBack(*item)) {
-            ZEL_LOG_INFO("m_RefreshThumbFile thumbnail record holds \" or > or NUL\n");
-            continue;
-        }
         const std::size_t length = FormatThumbFileRecord(*item, file.Room());
         if (length == 0) {
             ZEL_LOG_INFO("m_RefreshThumbFile thumbnail record is too long\n");
+        } else if (length == thumbFileRecordUnreadable) {
+            ZEL_LOG_INFO("m_RefreshThumbFile thumbnail record holds \" or > or NUL\n");
         } else if (!file.Append(length)) {
             ZEL_LOG_INFO("m_AddItemToThumbFile fwrite failed...\n");
             return false;
@@ -203,17 +199,17 @@ bool CZELThumbFlashCache::m_AddItemToThumbFile(
         ZEL_LOG_INFO("m_AddItemToThumbFile strPath is empty or Size < 0\n");
         return false;
     }
-    if (!CanBeReadBack(*pThumbItem)) {
-        ZEL_LOG_INFO("m_AddItemToThumbFile record holds \" or > or NUL\n");
-        return false;
-    }
     std::array<char, thumbFileRecordMaxLength> text;
-    const std::string_view record(text.data(), FormatThumbFileRecord(*pThumbItem, text.data()));
-    if (record.empty()) {
+    const std::size_t length = FormatThumbFileRecord(*pThumbItem, text.data());
+    if (length == 0) {
         ZEL_LOG_INFO("m_AddItemToThumbFile record is too long\n");
         return false;
     }
-    const AppendResult result = m_AppendRecord(record);
+    if (length == thumbFileRecordUnreadable) {
+        ZEL_LOG_INFO("m_AddItemToThumbFile record holds \" or > or NUL\n");
+        return false;
+    }
+    const AppendResult result = m_AppendRecord({text.data(), length});
     if (result == AppendResult::NotOpened) {
         ZEL_LOG_INFO("Failed to create %s\tfile.\n", m_strCachePath.c_str());
         return false;
@@ -234,18 +230,17 @@ bool CZELThumbFlashCache::m_AddFolderItemToThumbFile(
         ZEL_LOG_INFO("m_AddFolderItemToThumbFile strSid or strPath is empty\n");
         return false;
     }
-    if (!CanBeReadBack(*pThumbFolderItem)) {
-        ZEL_LOG_INFO("m_AddFolderItemToThumbFile record holds \" or > or NUL\n");
-        return false;
-    }
     std::array<char, thumbFileRecordMaxLength> text;
-    const std::string_view record(text.data(),
-                                  FormatThumbFileRecord(*pThumbFolderItem, text.data()));
-    if (record.empty()) {
+    const std::size_t length = FormatThumbFileRecord(*pThumbFolderItem, text.data());
+    if (length == 0) {
         ZEL_LOG_INFO("m_AddFolderItemToThumbFile record is too long\n");
         return false;
     }
-    const AppendResult result = m_AppendRecord(record);
+    if (length == thumbFileRecordUnreadable) {
+        ZEL_LOG_INFO("m_AddFolderItemToThumbFile record holds \" or > or NUL\n");
+        return false;
+    }
+    const AppendResult result = m_AppendRecord({text.data(), length});
     if (result == AppendResult::NotOpened) {
         ZEL_LOG_INFO("Failed to create %s\tfile.\n", m_strCachePath.c_str());
         return false;
