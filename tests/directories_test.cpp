@@ -24,34 +24,6 @@ struct Directories : CacheTest {
     }
 };
 
-TEST_F(Directories, oneDirectoryIsMadeAndWhatNamesNothingIsRefused) {
-    const std::string made = root + "/made", deep = made + "/none/deep";
-    EXPECT_FALSE(engine->m_RemoveDir(Write("file", "") + std::string("\0x", 2)));
-    EXPECT_TRUE(engine->CreateDir(made.c_str()) && engine->CreateDir(made.c_str()) &&
-                engine->FileExist(made.c_str()) && engine->FileExist((root + "/file").c_str()));
-    EXPECT_FALSE(engine->CreateDir(deep.c_str()) || engine->CreateDir(nullptr) ||
-                 engine->FileExist(deep.c_str()) || engine->FileExist(nullptr) ||
-                 engine->RemoveDir(nullptr) || Remove("") || Remove(root + "/none"));
-    EXPECT_THAT(Log(), EndsWith("|I CZELThumbFlashCache::m_CreateDir [$/made] alread exist###~"
-                                "|I CZELThumbFlashCache::m_CreateDir [$/made/none/deep] failed###~"
-                                "|I FileExist fileName is null|I in RemoveDir dirName is NULL~"
-                                "|I in m_RemoveDir strDir empty...~"
-                                "|I in m_RemoveDir strDir[$/none] not exist...~"));
-}
-
-TEST_F(Directories, treesAndFilesAndLinksAreRemovedAndNothingElse) {
-    const std::string keep = fs::path(Write("keep/file", "")).parent_path();
-    for (const std::string name : {"a b", "$(touch x)", "'\"`;&|", "-rf", "\xff\xfe", "a"}) {
-        Write(name + "/sub/file", "");
-        fs::create_directory_symlink(keep, root + "/" + name + "/sub/link");
-        EXPECT_TRUE(Remove(root + "/" + name));
-    }
-    EXPECT_TRUE(Remove(Write("file", "")));
-    fs::create_directory_symlink(keep, root + "/link");
-    EXPECT_TRUE(Remove(root + "/link//"));
-    EXPECT_THAT(Files(), ElementsAre("$/keep/file"));
-}
-
 TEST_F(Directories, ofATreeStaysWhatRmLeavesOfIt) {
     const uid_t user = geteuid();
     const uid_t ordinary = user == 0 ? 65534 : user;

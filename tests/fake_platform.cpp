@@ -20,10 +20,22 @@ FakePlatform* g_platform = nullptr;
 static auto& DevicesOf(void* list) { return *static_cast<FakePlatform::Devices*>(list); }
 static auto& StorageOf(void* handle) { return *static_cast<_zel_storage_s*>(handle); }
 static int GiveCopy(const char* text, char** copy) {
+    const InPlatform busy;
     *copy = text == nullptr ? nullptr : strdup(text);
     return 0;
 }
-static int Release(void* handle, int result = 0) {
+void FakePlatform::Note(char kind, const std::string& text) {
+    const InPlatform busy;
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (kind == 'P' && !isLocked)
+        return;
+    std::string& lines = syscall(SYS_gettid) == getpid() ? log : workerLog;
+    const bool locked = isLocked && isLocked();
+    lines += (lines.empty() ? "" : "|") + std::string(1, char(locked ? kind + 'a' - 'A' : kind));
+    lines += " " + text;
+}
+static int Release(const char* call, void* handle, int result = 0) {
+    g_platform->Note('P', call);
     EXPECT_TRUE(handle == nullptr || g_platform->live.erase(handle) == 1);
     return result;
 }
@@ -46,18 +58,25 @@ int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {
     EXPECT_TRUE(std::regex_match(line.data(), part, frame)) << line.data();
     EXPECT_EQ(part[3], prio == 4 ? "INFO" : "WARNNING");
     EXPECT_EQ(part[4], std::to_string(syscall(SYS_gettid)));
-    const std::lock_guard<std::mutex> lock(g_platform->mutex);
-    g_platform->log += (g_platform->log.empty() ? "" : "|") + part[3].str().substr(0, 1) + " " +
-                       boost::replace_all_copy(part[5].str(), "\n", "~");
+    g_platform->Note(part[3].str()[0], boost::replace_all_copy(part[5].str(), "\n", "~"));
     return 0;
 }
 
-int media_content_connect(void) { return ++g_platform->connects, g_platform->onConnect(); }
+int media_content_connect(void) {
+    g_platform->Note('P', "connect");
+    ++g_platform->connects;
+    const int result = g_platform->onConnect();
+    g_platform->connections += result == 0;
+    return result;
+}
 int media_content_disconnect(void) {
+    g_platform->Note('P', "disconnect");
+    --g_platform->connections;
     return ++g_platform->disconnects, g_platform->disconnectResult;
 }
 
 int media_filter_create(media_filter_h* filter) {
+    g_platform->Note('P', "filter_create");
     const InPlatform busy;
     if (g_platform->passes + 1 == g_platform->failingFilter)
         return -1;
@@ -65,9 +84,10 @@ int media_filter_create(media_filter_h* filter) {
     return 0;
 }
 int media_filter_destroy(media_filter_h filter) {
-    return Release(filter, g_platform->filterDestroyResult);
+    return Release("filter_destroy", filter, g_platform->filterDestroyResult);
 }
 int media_storage_foreach_storage_from_db(media_filter_h, media_storage_cb callback, void* data) {
+    g_platform->Note('P', "foreach");
     g_platform->onPass(++g_platform->passes);
     for (_zel_storage_s& storage : g_platform->database)
         EXPECT_TRUE(callback(&storage, data));
@@ -75,6 +95,7 @@ int media_storage_foreach_storage_from_db(media_filter_h, media_storage_cb callb
 }
 
 int media_storage_clone(media_storage_h* out, media_storage_h source) {
+    g_platform->Note('P', "clone");
     const InPlatform busy;
     if (g_platform->cloneResult == 0)
         g_platform->live.insert(*out = new _zel_storage_s(StorageOf(source)));
@@ -82,7 +103,7 @@ int media_storage_clone(media_storage_h* out, media_storage_h source) {
 }
 int media_storage_destroy(media_storage_h storage) {
     delete &StorageOf(storage);
-    return Release(storage);
+    return Release("destroy", storage);
 }
 int media_storage_get_path(media_storage_h storage, char** path) {
     return GiveCopy(StorageOf(storage).path, path);
@@ -92,6 +113,7 @@ int media_storage_get_storage_id(media_storage_h storage, char** id) {
 }
 
 int zel_get_usb_list(enum zel_storage_device_type type, void** list) {
+    g_platform->Note('P', type == ZEL_STORAGE_DEVICE_TYPE_USB ? "list usb" : "list ptp");
     const InPlatform busy;
     FakePlatform::Devices& devices = g_platform->devices[type];
     if (devices.result == 0)
@@ -107,7 +129,7 @@ _zel_storage_s* zel_storage_get_storage(int index, void* list) {
 }
 const char* zel_storage_get_mountpath(_zel_storage_s* storage) { return storage->path; }
 const char* zel_storage_get_serialnumber(_zel_storage_s* storage) { return storage->id; }
-int zel_storage_list_destory(void* list) { return Release(list); }
+int zel_storage_list_destory(void* list) { return Release("list_destory", list); }
 
 #if defined(__SANITIZE_THREAD__)
 // GLib is not built with the sanitizer, which would not see what its mutex orders.

@@ -17,6 +17,10 @@ struct _zel_storage_s {
 };
 
 struct FakePlatform {
+    // Adds to the log: the letter of the level, or P for a call of the platform and S for one of
+    // the system; the first only when it is a trace.
+    void Note(char kind, const std::string& text);
+
     struct Devices {
         int result = 0;
         std::vector<std::optional<_zel_storage_s>> storages = {};
@@ -29,16 +33,19 @@ struct FakePlatform {
     int failingFilter = 0;                              // the number of the one not made
     int filterDestroyResult = 0, cloneResult = 0, disconnectResult = 0;
     std::atomic<int> connects{0}, disconnects{0}, passes{0};
-    std::set<void*> live;  // lists, filters and clones that are not released
+    std::atomic<int> connections{0};  // that are open
+    std::set<void*> live;             // lists, filters and clones that are not released
     std::mutex mutex;
-    std::string log;  // guarded by the mutex; see CacheTest::Log()
+    std::string log, workerLog;      // guarded by the mutex; see CacheTest::Log()
+    std::function<bool()> isLocked;  // makes them a trace; see CacheTest::Trace()
 };
 
 extern FakePlatform* g_platform;
 
 // Lives while the platform works for itself, which is not what a test lets fail.
 struct InPlatform {
-    InPlatform() { active = true; }
-    ~InPlatform() { active = false; }
+    InPlatform() : outer(active) { active = true; }
+    ~InPlatform() { active = outer; }
+    const bool outer;
     inline static thread_local bool active = false;
 };

@@ -1,61 +1,52 @@
+// The exported functions: their records, and what they answer before there is an engine.
 #include "zel_thumbnail_flash_cache.h"
 
 #include "fixture.h"
 
-// The exported functions, with the engine that they make.
 struct Interface : CacheTest {
-    Interface() { zel_create_thumbnail_flash_cache_param(&param); }
-    ~Interface() override {
-        zel_destroy_thumbnail_flash_cache_param(param);
-        zel_thumbnail_flash_cache_clear();
+    void ExpectRefused(int answer) {
+        EXPECT_EQ(std::to_string(answer) + Log(), "0W Invalid param.");
     }
-    int SaveFile(const std::string& file, const char* url) {
-        zel_set_thumbnail_flash_cache_filename(param, file.c_str());
-        zel_set_thumbnail_flash_cache_url(param, url);
-        zel_set_thumbnail_flash_cache_xsize(param, 16);
-        zel_set_thumbnail_flash_cache_ysize(param, 12);
-        return zel_thumbnail_flash_cache_save_file(param, pixels.data(), nullptr);
-    }
-    zel_thumbnail_flash_cache_param_h param = nullptr;
 };
 
 TEST_F(Interface, recordKeepsCopiesGivesCopiesAndRefusesNullAndEmpty) {
-    const auto checkText = [this](auto set, auto get, std::string value) {
+    zel_thumbnail_flash_cache_param_h param = nullptr;
+    ExpectRefused(zel_create_thumbnail_flash_cache_param(nullptr));
+    EXPECT_EQ(zel_create_thumbnail_flash_cache_param(&param), 1);
+    ExpectRefused(zel_destroy_thumbnail_flash_cache_param(nullptr));
+    const auto checkText = [&](auto set, auto get, char*& field) {
         char *text = nullptr, *other = nullptr;
-        EXPECT_FALSE(get(nullptr, &text) || get(param, nullptr) || get(param, &text) ||
-                     set(nullptr, "a") || set(param, nullptr) || set(param, ""));
-        EXPECT_TRUE(set(param, "first") && set(param, std::string(value).c_str()));
-        EXPECT_TRUE(get(param, &text) && get(param, &other));
-        EXPECT_EQ(text + value + other, value + value + value);
-        EXPECT_NE(text, other);
+        ExpectRefused(get(param, &text));
+        EXPECT_EQ(set(param, (std::string("the first ") + "text").c_str()), 1);
+        EXPECT_EQ(set(param, field + 4), 1);  // a part of the text that it replaces
+        ExpectRefused(set(nullptr, "a"));
+        ExpectRefused(set(param, nullptr));
+        ExpectRefused(set(param, ""));
+        ExpectRefused(get(nullptr, &text));
+        ExpectRefused(get(param, nullptr));
+        EXPECT_EQ(get(param, &text) + get(param, &other), 2);
+        text[0] = 'F';
+        EXPECT_STREQ(other, "first text");
+        EXPECT_STREQ(field, "first text");
         free(text), free(other);
     };
-    EXPECT_FALSE(zel_create_thumbnail_flash_cache_param(nullptr) ||
-                 zel_destroy_thumbnail_flash_cache_param(nullptr));
-    checkText(zel_set_thumbnail_flash_cache_filename, zel_get_thumbnail_flash_cache_filename, "f");
-    checkText(zel_set_thumbnail_flash_cache_url, zel_get_thumbnail_flash_cache_url, "url");
-    EXPECT_EQ(boost::replace_all_copy("|" + Log(), "|W Invalid param.", "."), std::string(14, '.'));
-}
-
-TEST_F(Interface, savesAreRefusedUntilTheEngineIsCreated) {
-    EXPECT_FALSE(zel_thumbnail_flash_cache_save_file(nullptr, nullptr, nullptr) ||
-                 SaveFile("/a.jpg", "file:x") || zel_thumbnail_flash_cache_init(nullptr));
-    EXPECT_TRUE(zel_thumbnail_flash_cache_clear() && platform.disconnects == 0);
-    EXPECT_EQ(Log(),
-              "I zel_thumbnail_flash_cache_save_file|W Invalid param."
-              "|I zel_thumbnail_flash_cache_save_file|I constuct..."
-              "|I SaveFlashFile m_bIsCreated is false~|I zel_thumbnail_flash_cache_init"
-              "|I strCachePath is null|I zel_thumbnail_flash_cache_clear");
-}
-
-// Also what a caller does to learn when the cache is ready.
-TEST_F(Interface, probeAnswersWhenTheEngineIsReadyAndClearEndsIt) {
-    ASSERT_TRUE(zel_thumbnail_flash_cache_init(index.c_str()) && zel_thumbnail_flash_cache_clear());
-    ASSERT_EQ(zel_thumbnail_flash_cache_init(index.c_str()), 1);
-    while (SaveFile("/dev/null", "probe:") == 0)
-        std::this_thread::yield();
-    EXPECT_TRUE(Engine::m_pObj->FlagCreate() && SaveFile(Write("dev0/a.jpg", ""), "ptp://1"));
-    EXPECT_TRUE(zel_thumbnail_flash_cache_clear() && zel_thumbnail_flash_cache_clear());
-    EXPECT_EQ(platform.disconnects, platform.connects);
-    EXPECT_THAT(Read(), HasSubstr("URL=\"$/dev0/a.jpg\""));
+    const auto checkNumber = [&](auto set, auto get, int value) {
+        int number = -1;
+        ExpectRefused(set(nullptr, 1));
+        ExpectRefused(get(nullptr, &number));
+        ExpectRefused(get(param, nullptr));
+        EXPECT_EQ(get(param, &number) + number, 1);  // a new record has 0
+        EXPECT_EQ(set(param, value), 1);
+    };
+    char** texts = reinterpret_cast<char**>(param);  // its first two fields
+    checkText(zel_set_thumbnail_flash_cache_filename, zel_get_thumbnail_flash_cache_filename,
+              texts[0]);
+    checkText(zel_set_thumbnail_flash_cache_url, zel_get_thumbnail_flash_cache_url, texts[1]);
+    checkNumber(zel_set_thumbnail_flash_cache_xsize, zel_get_thumbnail_flash_cache_xsize, 7);
+    checkNumber(zel_set_thumbnail_flash_cache_ysize, zel_get_thumbnail_flash_cache_ysize, 8);
+    int xsize = 0, ysize = 0;
+    EXPECT_EQ(zel_get_thumbnail_flash_cache_xsize(param, &xsize), 1);
+    EXPECT_EQ(zel_get_thumbnail_flash_cache_ysize(param, &ysize), 1);
+    EXPECT_EQ(std::pair(xsize, ysize), std::pair(7, 8));
+    EXPECT_EQ(zel_destroy_thumbnail_flash_cache_param(param), 1);
 }

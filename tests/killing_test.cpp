@@ -1,4 +1,5 @@
 #include <sys/mman.h>
+#include <sys/wait.h>
 
 #include "fixture.h"
 
@@ -50,4 +51,5 @@ TEST_F(Killing, theIndexIsAlwaysTheOldOneOrTheNewOne) {
         ASSERT_LE(numbers.front(), std::max(1, *told + 2 - kept));
         *told = numbers.back();
     }
+    EXPECT_TRUE(engine->m_RefreshThumbFile());  // what a killed process has left goes with it
 }

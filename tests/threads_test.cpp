@@ -1,0 +1,46 @@
+// Threads that start, save, remove and stop at the same time.
+#include "fixture.h"
+
+struct Threads : CacheTest {
+    // Starts a creation that stays in the connection to the database until `connection` is set.
+    void StartHeldCreation() {
+        platform.onConnect = [held = connection.get_future().share()] { return held.get(); };
+        ASSERT_TRUE(engine->Create(index.c_str()));
+        while (platform.connects == 0)
+            std::this_thread::yield();
+    }
+    std::promise<int> connection;
+};
+
+TEST_F(Threads, saveThatArrivesDuringCreationWaitsForIt) {
+    StartHeldCreation();
+    ASSERT_TRUE(engine->Create((root + "/next").c_str()));  // taken over by the second worker
+    auto saver = std::async(std::launch::async, [this] { return Save("dev0/a.jpg"); });
+    connection.set_value(0);
+    EXPECT_TRUE(saver.get());
+    engine->m_AwaitWorkers();
+    EXPECT_EQ(Content(*engine), " dev0 $/dev0/a.jpg");
+    EXPECT_EQ(engine->m_strCachePath, root + "/next");
+}
+
+TEST_F(Threads, engineIsDestroyedOnlyAfterItsWorkers) {
+    StartHeldCreation();
+    ASSERT_TRUE(engine->Create(index.c_str()) && engine->Create(index.c_str()));
+    auto owner = std::async(std::launch::async, [this] { engine.reset(); });
+    connection.set_value(0);
+    owner.get();
+    EXPECT_EQ(platform.connects + platform.disconnects, 2);
+}
+
+TEST_F(Threads, storagesComeAndGoWhileFourThreadsSaveAndTheEngineStarts) {
+    ASSERT_TRUE(engine->Create(index.c_str()));
+    for (auto savers = SaveOnThreads(4, 50); !savers.empty();) {
+        if (savers.back().wait_for(std::chrono::seconds(0)) == std::future_status::ready)
+            savers.pop_back();
+        for (const char* path : {"s0", "s1", "s2", "s3"})
+            EXPECT_NE(engine->m_RemoveStorage(std::string("/opt/storage/usb/") + path), 2);
+    }
+    SaveOnThreads(8, 25).clear();
+    EXPECT_GE(engine->m_ThumbItemList.size(), 200U);
+    ExpectLeft(Content(*engine));
+}

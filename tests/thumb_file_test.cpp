@@ -1,0 +1,90 @@
+// What is true of the index whatever it holds. What single texts become stands in the scenarios.
+#include "fixture.h"
+
+struct ThumbFile : CacheTest {
+    static std::string Item(const std::string& name) { return ItemRecord("p/" + name, 7); }
+    const std::string a = Item("a"), b = Item("b"), c = Item("c"), d = Item("d");
+};
+
+TEST_F(ThumbFile, aChangedByteCostsItsRecordOrTheNextOne) {
+    for (std::size_t at = 0; at < b.size(); ++at) {
+        std::string changed = b;
+        changed[at] = '#';
+        EXPECT_THAT(
+            Load(a + changed + c + d),
+            testing::MatchesRegex(b[at] == '>' ? " p/a p/b p/d" : " p/a( [p#][/#][b#])? p/c p/d"));
+    }
+}
+
+TEST_F(ThumbFile, recordsThatStraddleAChunkAreWhole) {
+    constexpr std::size_t chunk = 1048576;
+    std::string filler;  // of records that are refused
+    while (filler.size() < chunk - 2000)
+        filler += "<" + std::string(1000, 'x') + ">\r\n";
+    for (std::size_t before = chunk - b.size() - 2; before <= chunk + 2; ++before) {
+        const std::string blank(before - filler.size() - a.size(), ' ');
+        EXPECT_EQ(Load(filler + blank + a + b + c), " p/a p/b p/c") << before;
+    }
+    // Text without an end fills the buffer: what comes before it stays.
+    EXPECT_EQ(Load(a + "<" + std::string(chunk, 'x') + ">\r\n" + b), " p/a");
+}
+
+TEST_F(ThumbFile, aLargeIndexIsRewrittenByteForByte) {
+    std::string folders, items;
+    for (int number = 0; number < 9000; ++number) {
+        const std::string path = "/c/d, <\n\xff/" + std::to_string(number);
+        items += ItemRecord(path + std::string(number % 9 * 100, 'n'), number % 500, number % 2);
+        folders += FolderRecord(path, number % 2);
+    }
+    Load(folders + items);
+    ASSERT_TRUE(engine->m_RefreshThumbFile());
+    EXPECT_EQ(Read(), folders + items);
+}
+
+// Whatever the texts are, a record is refused, or read back as it is and nothing else with it.
+TEST_F(ThumbFile, recordsAreReadBackAsTheyAreOrRefused) {
+    Load(FolderRecord("p") + a);
+    auto& item = *engine->m_ThumbItemList.front();
+    auto& folder = *engine->m_ThumbFolderList.front();
+    std::mt19937 random(1);
+    constexpr std::string_view pieces[] = {
+        "a",       "/",  "<", ",", "=", "\r\n", "\n", "<Type=1,Sid=", ",Devicetype=0",
+        {"\0", 1}, "\"", ">"};
+    const auto text = [&] {
+        std::string made(1, 'a');
+        for (auto length = random() % 8, most = 6 + random() % 7; length > 0; --length)
+            made += pieces[random() % most];
+        return made;
+    };
+    const auto describe = [](const Engine& of) {
+        std::string all;
+        for (const auto& known : of.m_ThumbFolderList)
+            all += "folder " + known->Sid + "|" + known->Path;
+        for (const auto& known : of.m_ThumbItemList)
+            all += "item " + known->Path + "|" + known->URL;
+        return all;
+    };
+    const auto readBack = [&] {
+        Engine loaded;
+        loaded.m_strCachePath = index;
+        std::ignore = loaded.m_LoadThumbFile();  // no file is no record
+        return describe(loaded);
+    };
+    int kept = 0;
+    for (int round = 0; round < 400; ++round) {
+        fs::remove(index);
+        item.Path = folder.Sid = text();
+        item.URL = folder.Path = text();
+        const bool appended = engine->m_AddFolderItemToThumbFile(&folder);
+        EXPECT_EQ(engine->m_AddItemToThumbFile(&item), appended);
+        const std::string expected = appended ? describe(*engine) : "";
+        EXPECT_EQ(readBack(), expected);
+        EXPECT_TRUE(engine->m_RefreshThumbFile());
+        EXPECT_EQ(readBack(), expected);
+        kept += appended;
+    }
+    EXPECT_GT(kept, 100);
+    EXPECT_LT(kept, 300);
+    EXPECT_THAT(Log(), HasSubstr("I m_AddFolderItemToThumbFile record holds \" or > or NUL~|"
+                                 "I m_AddItemToThumbFile record holds \" or > or NUL~|"));
+}
