@@ -11,6 +11,7 @@ target_link_libraries(linux-platform-test PRIVATE
                       zel-content-agent zel-engine GTest::gmock GTest::gtest_main
                       PkgConfig::UMOCKDEV Threads::Threads ${CMAKE_DL_LIBS})
 target_compile_definitions(linux-platform-test PRIVATE
+    "ZEL_TEST_MOUNT_TABLES=\"${CMAKE_CURRENT_SOURCE_DIR}/mount-tables.txt\""
     "ZEL_TEST_DEVICES=\"${CMAKE_CURRENT_SOURCE_DIR}/mock-devices.umockdev\"")
 # Its calls to the system are to be found by the libraries, before those of the C library.
 set_target_properties(linux-platform-test PROPERTIES CXX_VISIBILITY_PRESET default)

@@ -1,6 +1,7 @@
 // Mock USB devices, with a mount table in a file, as the Linux platform finds them.
 #pragma once
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -8,6 +9,8 @@
 #include <umockdev.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -21,9 +24,7 @@ namespace fs = std::filesystem;
 inline const std::string kStick = "40 22 8:17 / /opt/storage/usb/a\\040b rw - vfat /dev/sdb1 rw\n";
 inline const std::string kStickB = "44 22 8:33 / /opt/storage/usb/b rw - vfat /dev/sdc1 rw\n";
 inline const std::string kUnknown = "41 22 0:99 / /opt/storage/usb/demo rw - tmpfs demo rw\n";
-inline const std::string kElsewhere =
-    "42 22 8:17 / /opt/storage/usb rw - vfat /dev/sdb1 rw\n"
-    "43 22 8:17 / /mnt/opt/storage/usb/x rw - vfat /dev/sdb1 rw\n";
+inline const std::string kElsewhere = "42 22 8:17 / /opt/storage/usb rw - vfat /dev/sdb1 rw\n";
 
 inline std::string taken(char* text) {
     return std::unique_ptr<char, void (*)(void*)>(text, free).get();
@@ -36,22 +37,35 @@ inline std::string text_of(_zel_storage_s* from) {
 struct LinuxPlatform : testing::Test {
     LinuxPlatform() {
         fs::create_directories(root_ / "sys/dev/block");
+        EXPECT_TRUE(umockdev_testbed_add_from_file(testbed_, ZEL_TEST_DEVICES, nullptr));
+        // One that has just gone.
+        fs::create_symlink("../../../devices/usb1/1-9", root_ / "sys/bus/usb/devices/1-9");
         fs::create_symlink("../../devices/usb1/1-1/sdb1", root_ / "sys/dev/block/8:17");
         fs::create_symlink("../../devices/usb1/1-1/sdc1", root_ / "sys/dev/block/8:33");
         g_platform_calls.udev = root_ / "udev";
-        EXPECT_TRUE(umockdev_testbed_add_from_file(testbed_, ZEL_TEST_DEVICES, nullptr));
         setenv("ZEL_MOUNTINFO", table_.c_str(), 1);
         replace_table(kElsewhere);
-        EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, events_), 0);
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, events_), 0);
+        descriptors_ = descriptors(false);
     }
+    // No test leaves a descriptor behind, and none was open to other programs.
     ~LinuxPlatform() override {
+        EXPECT_EQ(descriptors(false), descriptors_);
         close(events_[0]), close(events_[1]);
         g_object_unref(testbed_);
+    }
+    static long descriptors(bool only_inherited) {
+        const auto is_counted = [=](const fs::directory_entry& entry) {
+            return !only_inherited ||
+                   fcntl(std::stoi(entry.path().filename()), F_GETFD) != FD_CLOEXEC;
+        };
+        return std::count_if(fs::directory_iterator("/proc/self/fd"), {}, is_counted);
     }
     // From now on udev runs; it has looked at the devices that are no storages.
     void start_udev() {
         fs::create_directories(root_ / "udev/data");
-        for (const char* file : {"control", "data/+usb:1-2", "data/+usb:1-3", "data/+usb:1-4"})
+        for (const char* file :
+             {"control", "data/+usb:1-2", "data/+usb:1-3", "data/+usb:1-4", "data/+usb:1-5"})
             std::ofstream(root_ / "udev" / file) << "I:1\n";
     }
     void let_udev_look_at(const std::string& device) {
@@ -61,8 +75,13 @@ struct LinuxPlatform : testing::Test {
         std::ofstream(root_ / "next") << table;
         fs::rename(root_ / "next", table_);
     }
-    static void record(void*, zel_storage_event_e event, _zel_storage_s*& storage) {
-        const std::string text = std::to_string(event) + " " + text_of(storage);
+    static void record(void* test, zel_storage_event_e event, _zel_storage_s*& storage) {
+        sigset_t blocked;
+        EXPECT_EQ(pthread_sigmask(SIG_SETMASK, nullptr, &blocked), 0);
+        EXPECT_EQ(sigismember(&blocked, SIGTERM), 1) << "the host's signals are its own";
+        EXPECT_NE(zel_storage_unregister_event_cb(), 0) << "it would wait for itself";
+        const std::string text =
+            std::to_string(event) + " " + text_of(storage) + (test == events_ ? "" : " of nobody");
         EXPECT_GT(send(events_[0], text.data(), text.size(), 0), 0);
         throw std::runtime_error("costs no later event");
     }
@@ -71,6 +90,7 @@ struct LinuxPlatform : testing::Test {
         return {text, static_cast<std::size_t>(read(events_[1], text, sizeof text))};
     }
     inline static int events_[2];  // from record() to next_event()
+    long descriptors_ = 0;
     UMockdevTestbed* const testbed_ = umockdev_testbed_new();
     const fs::path root_ = taken(umockdev_testbed_get_root_dir(testbed_));
     const fs::path table_ = root_ / "mountinfo";

@@ -1,6 +1,9 @@
 // The services of the Linux platform.
 #include "linux_platform.h"
 
+#include <boost/algorithm/string/replace.hpp>
+#include <sstream>
+
 #include "zel_platform_log.h"
 #include "zel_platform_media_content.h"
 
@@ -29,23 +32,114 @@ static std::string database() {
     return media_filter_destroy(filter) || result ? "failed" : found;
 }
 
-TEST_F(LinuxPlatform, ListsStoragesAndCamerasAndKnowsTheirIdsWhileConnected) {
-    EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_USB), "");
-    replace_table(kElsewhere + kUnknown + kStick);
-    EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_USB),
-              "/opt/storage/usb/a b|S1\n/opt/storage/usb/demo|\n");
+TEST_F(LinuxPlatform, WhatIsMountedIsListedAsItsTableSays) {
+    std::ifstream cases(ZEL_TEST_MOUNT_TABLES);
+    std::string name, line, table, expected;
+    const auto check = [&] {
+        SCOPED_TRACE(name);
+        replace_table(table);
+        EXPECT_EQ(media_content_connect() == 0, expected != "failed\n");
+        std::string listing, ids, text;
+        std::istringstream both(listed(ZEL_STORAGE_DEVICE_TYPE_USB));
+        std::istringstream known(database());
+        while (std::getline(both, text) && std::getline(known, ids))
+            listing += text + (text == "failed" ? "" : " ") + ids.substr(0, ids.find('|')) + "\n";
+        EXPECT_EQ(boost::replace_all_copy(listing, "failedfailed", "failed"), expected);
+        EXPECT_EQ(media_content_disconnect() == 0, expected != "failed\n");
+    };
+    std::getline(cases, line);  // the head
+    for (bool ended = false; std::getline(cases, line);) {
+        const bool is_result = line[0] == '=';
+        if (ended && !is_result)
+            check(), name.clear(), table.clear(), expected.clear();
+        if (is_result)
+            expected += line.size() > 2 ? line.substr(2) + "\n" : "";
+        else if (name.empty())
+            name = line;
+        else
+            table += line + "\n";
+        ended = is_result;
+    }
+    check();
+}
+
+TEST_F(LinuxPlatform, CamerasAreTheDevicesWithAPictureInterfaceNotTheirInterfaces) {
     EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_PTP), "|C1\n|C2\n");
+}
+
+TEST_F(LinuxPlatform, WhatIsKnownOfTheLastTimeStaysAsLongAsThereIsAConnection) {
+    replace_table(kStick);
     EXPECT_EQ(database(), "failed");
     EXPECT_EQ(media_content_connect(), 0);
-    EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/a b\ndemo|/opt/storage/usb/demo\n");
-    fs::remove(table_);  // what is known of the last time stays
-    EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/a b\ndemo|/opt/storage/usb/demo\n");
-    EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_PTP), "|C1\n|C2\n");
-    EXPECT_NE(zel_storage_register_event_cb(record, this), 0);
+    EXPECT_EQ(media_content_connect(), 0);
     EXPECT_EQ(media_content_disconnect(), 0);
+    fs::remove(table_);
+    EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/a b\n");
+    EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_PTP), "|C1\n|C2\n");
+    EXPECT_NE(zel_storage_register_event_cb(record, events_), 0);
+    void* list = nullptr;
+    EXPECT_EQ(zel_get_usb_list(ZEL_STORAGE_DEVICE_TYPE_USB, &list), 0);
+    EXPECT_EQ(media_content_disconnect(), 0);
+    EXPECT_EQ(text_of(zel_storage_get_storage(0, list)), "/opt/storage/usb/a b|S1");
+    EXPECT_EQ(zel_storage_list_destory(list), 0);
     EXPECT_NE(media_content_disconnect(), 0);
+    testing::internal::CaptureStderr();
     EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_USB), "failed");
     EXPECT_NE(media_content_connect(), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ZEL-LINUX-PLATFORM: the attached devices cannot be listed: the mount table: No such "
+              "file or directory\n"
+              "ZEL-LINUX-PLATFORM: the attached devices cannot be listed: the mount table: No such "
+              "file or directory\n");
+}
+
+TEST_F(LinuxPlatform, WhatIsNoArgumentIsRefused) {
+    replace_table(kStick);
+    EXPECT_EQ(media_content_connect(), 0);
+    void *list = nullptr, *other = &list;
+    const auto keep = [](media_storage_h storage, void* kept) {
+        EXPECT_EQ(media_storage_clone(static_cast<media_storage_h*>(kept), storage), 0);
+        return false;  // no more
+    };
+    media_storage_h record = nullptr;
+    media_filter_h filter = nullptr;
+    char* text = nullptr;
+    EXPECT_EQ(media_filter_create(&filter), 0);
+    replace_table(kStick + kStickB);
+    EXPECT_EQ(media_storage_foreach_storage_from_db(filter, keep, &record), 0);
+    EXPECT_EQ(media_storage_get_storage_id(record, &text), 0);
+    EXPECT_EQ(taken(text), "4D1C-9F07");
+    EXPECT_EQ(zel_get_usb_list(ZEL_STORAGE_DEVICE_TYPE_USB, &list), 0);
+    const int refused[] = {
+        zel_get_usb_list(ZEL_STORAGE_DEVICE_TYPE_USB, nullptr),
+        zel_get_usb_list(static_cast<zel_storage_device_type>(0), &other),
+        zel_get_usb_list(static_cast<zel_storage_device_type>(3), &other),
+        media_filter_create(nullptr),
+        media_filter_destroy(&list),
+        media_storage_foreach_storage_from_db(nullptr, keep, nullptr),
+        media_storage_foreach_storage_from_db(filter, nullptr, nullptr),
+        media_storage_clone(nullptr, record),
+        media_storage_clone(&other, nullptr),
+        media_storage_get_path(nullptr, &text),
+        media_storage_get_path(record, nullptr),
+        media_storage_get_storage_id(nullptr, &text),
+        media_storage_get_storage_id(record, nullptr),
+        zel_storage_register_event_cb(nullptr, nullptr),
+        zel_storage_unregister_event_cb(),
+    };
+    EXPECT_THAT(refused, testing::Each(-1));
+    EXPECT_EQ(other, &list);
+    for (const int index : {-1, 2})
+        EXPECT_EQ(zel_storage_get_storage(index, list), nullptr);
+    EXPECT_EQ(zel_storage_get_list_count(nullptr), 0);
+    EXPECT_EQ(zel_storage_get_mountpath(nullptr), nullptr);
+    EXPECT_EQ(zel_storage_get_serialnumber(nullptr), nullptr);
+    EXPECT_EQ(zel_storage_list_destory(nullptr), 0);
+    EXPECT_EQ(zel_storage_list_destory(list), 0);
+    EXPECT_EQ(media_storage_destroy(nullptr), 0);
+    EXPECT_EQ(media_storage_destroy(record), 0);
+    EXPECT_EQ(media_filter_destroy(nullptr), 0);
+    EXPECT_EQ(media_content_disconnect(), 0);
 }
 
 TEST_F(LinuxPlatform, StickThatUdevHasStillToLookAtIsWaitedForAndThenRefused) {
@@ -70,26 +164,77 @@ TEST_F(LinuxPlatform, StickThatUdevHasStillToLookAtIsWaitedForAndThenRefused) {
 }
 
 TEST_F(LinuxPlatform, EventsFollowTheMountTableFromRegistrationToItsEnd) {
-    for (int registration = 0; registration < 2; ++registration) {
+    const long inherited = descriptors(true);
+    for (const bool interrupting : {false, true}) {
+        g_platform_calls.interrupting = interrupting;
         replace_table(kStick);
-        ASSERT_EQ(zel_storage_register_event_cb(record, this), 0);
-        EXPECT_NE(zel_storage_register_event_cb(record, this), 0);
+        ASSERT_EQ(zel_storage_register_event_cb(record, events_), 0);
+        EXPECT_NE(zel_storage_register_event_cb(record, events_), 0);
+        EXPECT_EQ(descriptors(true), inherited);
         replace_table(kUnknown);
         EXPECT_EQ(next_event(), "2 /opt/storage/usb/a b|S1");
         EXPECT_EQ(next_event(), "1 /opt/storage/usb/demo|");
-        std::ofstream(table_) << kElsewhere;
+        replace_table("a line that nobody understands\n");
+        std::ofstream(table_) << boost::replace_all_copy(kStick, "a\\040b", "demo");
         EXPECT_EQ(next_event(), "2 /opt/storage/usb/demo|");
+        EXPECT_EQ(next_event(), "1 /opt/storage/usb/demo|S1");
+        replace_table(kElsewhere);
+        EXPECT_EQ(next_event(), "2 /opt/storage/usb/demo|S1");
         EXPECT_EQ(zel_storage_unregister_event_cb(), 0);
         EXPECT_NE(zel_storage_unregister_event_cb(), 0);
     }
+    g_platform_calls.interrupting = false;
+    setenv("ZEL_MOUNTINFO", (root_ / "none/table").c_str(), 1);
+    EXPECT_NE(zel_storage_register_event_cb(record, events_), 0);
+    setenv("ZEL_MOUNTINFO", "", 1);  // the machine's own
+    EXPECT_EQ(zel_storage_register_event_cb(record, events_), 0);
+    EXPECT_EQ(zel_storage_unregister_event_cb(), 0);
 }
 
-TEST(LinuxLog, EndsEachLineOnceAndDropsWhatIsBelowTheLevel) {
-    const std::string text(5000, 'x'), line = "TAG: " + text, reset = "\033[0m";
-    testing::internal::CaptureStderr();
-    __dlog_print(2, ZEL_PLATFORM_LOG_INFO, "TAG", "dropped");
-    for (const char* end : {"", "\n", "\033[0m", "\n\033[0m"})
-        __dlog_print(2, ZEL_PLATFORM_LOG_WARN, "TAG", "%s%s", text.c_str(), end);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              line + "\n" + line + "\n" + line + reset + "\n" + line + reset + "\n");
+TEST(LinuxLog, EndsEachLineOnceWhateverItsLengthAndKeepsErrno) {
+    const std::string reset = "\033[0m";
+    for (const std::size_t size :
+         {0, 1, 1012, 1013, 1014, 1015, 1016, 1017, 1018, 1019, 1020, 5000})
+        for (const std::string end : {"", "\n", "\n\n", "\033[0m", "\n\033[0m", "\033[0m\n"}) {
+            const std::string text(size, 'x');
+            const bool coloured = end.find(reset) != std::string::npos;
+            const std::string line = "TAG: " + text + (coloured ? reset : "") + "\n";
+            g_platform_calls.piece = size % 2 == 0 ? 100 : SIZE_MAX;
+            g_platform_calls.interrupting = size % 2 == 0;
+            errno = ERANGE;
+            testing::internal::CaptureStderr();
+            const int printed =
+                __dlog_print(2, ZEL_PLATFORM_LOG_WARN, "TAG", "%s%s", text.c_str(), end.c_str());
+            const int error = errno;
+            g_platform_calls.piece = SIZE_MAX;
+            g_platform_calls.interrupting = false;
+            EXPECT_EQ(testing::internal::GetCapturedStderr(), line);
+            EXPECT_EQ(printed, static_cast<int>(line.size()));
+            EXPECT_EQ(error, ERANGE);
+        }
+}
+
+// Each level in a process of its own, since the first line settles it.
+TEST(LinuxLog, DropsWhatIsBelowTheLevelOfTheEnvironment) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const std::pair<const char*, const char*> cases[] = {
+        {nullptr, "567"}, {"", "567"},     {"debug", "34567"},    {"info", "4567"}, {"warn", "567"},
+        {"error", "67"},  {"INFO", "567"}, {"4", "4567"},         {"4x", "567"},    {" 4", "567"},
+        {"-1", "234567"}, {"99", ""},      {"99999999999", "567"}};
+    for (const auto& [level, printed] : cases) {
+        unsetenv("ZEL_LOG_LEVEL");
+        if (level != nullptr)
+            setenv("ZEL_LOG_LEVEL", level, 1);
+        std::string lines;
+        for (const char priority : std::string(printed))
+            lines += std::string("T: ") + priority + "\n";
+        const auto log_each = [] {
+            for (int priority = 2; priority < 8; ++priority)
+                std::ignore = __dlog_print(0, priority, "T", "%d", priority);
+            std::exit(0);
+        };
+        EXPECT_EXIT(log_each(), testing::ExitedWithCode(0), testing::StrEq(lines)) << level;
+    }
+    EXPECT_EXIT((close(2), std::exit(__dlog_print(0, 7, "T", "lost"))),
+                testing::ExitedWithCode(255), "");
 }

@@ -3,7 +3,10 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <link.h>
+#include <poll.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -44,6 +47,11 @@ static const char* moved(const char* path) {
 
 static std::atomic<long> slept{0};
 
+static bool interrupts() {
+    static std::atomic<bool> interrupted{false};
+    return g_platform_calls.interrupting && (interrupted = !interrupted) && (errno = EINTR);
+}
+
 extern "C" {
 
 CALL(int, access, -1, EACCES, NEXT(access), (const char* path, int mode) noexcept, moved(path),
@@ -59,6 +67,12 @@ CALL(DIR*, opendir, nullptr, EMFILE, NEXT(opendir), (const char* path), path)
 CALL(FILE*, fmemopen, nullptr, ENOMEM, NEXT(fmemopen),
      (void* data, size_t size, const char* mode) noexcept, data, size, mode)
 
+int poll(pollfd* files, nfds_t count, int timeout) {
+    return interrupts() ? -1 : NEXT(poll)(files, count, timeout);
+}
+ssize_t write(int file, const void* data, size_t size) {
+    return interrupts() ? -1 : NEXT(write)(file, data, std::min(size, g_platform_calls.piece));
+}
 int fdatasync(int) { return 0; }  // no test of this program cuts the power
 
 // A sleep moves the clock alone.

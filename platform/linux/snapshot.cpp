@@ -71,11 +71,9 @@ SnapshotPointer not_null(SnapshotPointer snapshot) {
     return snapshot;
 }
 
-char* copy_text(const char* text) { return strdup(text); }
-
 }  // namespace
 
-CopiedText::CopiedText(const std::string& text) : text_(text), spare_(copy_text(text_.c_str())) {
+CopiedText::CopiedText(const std::string& text) : text_(text), spare_(strdup(text_.c_str())) {
     if (spare_ == nullptr)
         throw std::bad_alloc();
 }
@@ -83,7 +81,7 @@ CopiedText::CopiedText(const std::string& text) : text_(text), spare_(copy_text(
 CopiedText::~CopiedText() { std::free(spare_); }
 
 char* CopiedText::copy() const {
-    char* text = copy_text(text_.c_str());
+    char* text = strdup(text_.c_str());
     return text != nullptr ? text : spare_.exchange(nullptr);
 }
 
@@ -130,7 +128,9 @@ SnapshotPointer attached_devices() noexcept {
     try {
         now = not_null(look(last));
     } catch (const std::exception& error) {
-        log_failure("the attached devices are taken from the last time", error);
+        log_failure(last ? "the attached devices are taken from the last time"
+                         : "the attached devices cannot be listed",
+                    error);
     }
     const std::lock_guard<std::mutex> lock(connections.mutex);
     if (!now)
