@@ -76,21 +76,3 @@ TEST_F(PlatformFaults, UnreadableMachineRefusesTheStartAndTheNextOneSucceeds) {
     EXPECT_TRUE(start(engine));
     EXPECT_EQ(left(), "4D1C-9F07 B-UUID C1 ");
 }
-
-TEST_F(PlatformFaults, OneFreeDescriptorDeletesNothing) {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "the sanitizer needs descriptors for itself";
-#endif
-    replace_table(kStick + kStickB);
-    build();
-    CZELThumbFlashCache engine;
-    rlimit old;
-    getrlimit(RLIMIT_NOFILE, &old);
-    const int next = dup(0);
-    close(next);
-    const rlimit one = {static_cast<rlim_t>(next) + 1, old.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &one);
-    std::ignore = start(engine);  // started or not
-    setrlimit(RLIMIT_NOFILE, &old);
-    EXPECT_THAT(left(), testing::StartsWith("4D1C-9F07 B-UUID C1 "));
-}

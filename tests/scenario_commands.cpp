@@ -64,6 +64,11 @@ const std::map<std::string, Scenario::Command>& Scenario::Commands() {
     static const auto number = [](const Words& words, std::size_t at, int base = 10) {
         return std::stoi(words.at(at), nullptr, base);
     };
+    static const auto ofPath = [](auto member) {
+        return [member](auto& self, auto words) {
+            self.Do([&] { return (TheEngine().*member)(text(words, 0)); });
+        };
+    };
     static const std::map<std::string, Command> commands = {
         // The library, as its callers and the device's events see it
         {"init", [](auto& self, auto words) { self.Start(text(words, 0)); }},
@@ -153,18 +158,9 @@ const std::map<std::string, Scenario::Command>& Scenario::Commands() {
              std::map<std::string, std::string> map;
              self.Do([&] { return TheEngine().m_GetStorageList(map); });
          }},
-        {"CreateDir",
-         [](auto& self, auto words) {
-             self.Do([&] { return TheEngine().CreateDir(text(words, 0)); });
-         }},
-        {"RemoveDir",
-         [](auto& self, auto words) {
-             self.Do([&] { return TheEngine().RemoveDir(text(words, 0)); });
-         }},
-        {"FileExist",
-         [](auto& self, auto words) {
-             self.Do([&] { return TheEngine().FileExist(text(words, 0)); });
-         }},
+        {"CreateDir", ofPath(&Engine::CreateDir)},
+        {"RemoveDir", ofPath(&Engine::RemoveDir)},
+        {"FileExist", ofPath(&Engine::FileExist)},
         // The platform
         {"usb", [](auto& self, auto words) { self.Attach(ZEL_STORAGE_DEVICE_TYPE_USB, words); }},
         {"ptp", [](auto& self, auto words) { self.Attach(ZEL_STORAGE_DEVICE_TYPE_PTP, words); }},
