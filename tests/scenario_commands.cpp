@@ -108,6 +108,11 @@ const std::map<std::string, Scenario::Command>& Scenario::Commands() {
              loading.m_ResetState();
              fs::remove(self.index);
          }},
+        {"m_Parse",
+         [](auto& self, auto words) {
+             char* record = text(words, 0);
+             self.Do([&] { return TheEngine().m_Parse(record, record ? number(words, 1) : 0); });
+         }},
         {"holds",
          [](auto& self, auto) { self.seen_ += self.Describe(TheEngine()).erase(0, 1) + "\n"; }},
         {"m_RefreshThumbFile",
