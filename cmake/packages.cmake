@@ -7,7 +7,7 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libzel-thumbnail-flash-cache16)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libzel-thumbnail-flash-cache${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Persistent cache of thumbnails on internal flash
  Keeps thumbnails of pictures on USB sticks and PTP cameras below 100 MiB,
@@ -23,6 +23,6 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Thumbnail cache on internal flash, development files
  The header, and what pkg-config and CMake need to find the library.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-    "libzel-thumbnail-flash-cache16 (= ${PROJECT_VERSION})")
+    "libzel-thumbnail-flash-cache${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
 
 include(CPack)
