@@ -3,10 +3,12 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <tuple>
+#include <utility>
 
 namespace {
 
@@ -17,36 +19,34 @@ constexpr mode_t newFileMode = 0666;
 CZELImageFile::CZELImageFile(const char* filename)
     : m_Filename(filename),
       // Without O_NONBLOCK a named pipe that nobody reads would stop every save here.
-      m_File(open(filename, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, newFileMode)) {
-    if (!m_File.IsOpen()) {
-        return;
-    }
-    m_pStream = fopencookie(this, "wb", {nullptr, s_Write, nullptr, nullptr});
-    if (m_pStream == nullptr) {
-        const int error = errno;
-        Remove();
-        errno = error;
-        return;
-    }
-    // A stream that does not take the buffer has its own.
-    std::ignore = std::setvbuf(m_pStream, m_Buffer.data(), _IOFBF, m_Buffer.size());
-}
+      m_File(open(filename, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, newFileMode)) {}
 
 CZELImageFile::~CZELImageFile() {
-    if (m_pStream != nullptr) {
-        std::ignore = std::fclose(m_pStream);  // what is cut off shows in the size of the file
+    if (IsOpen()) {
+        std::ignore = Flush();  // what is cut off shows in the size of the file
         // On its way to the device before a record names it; where that cannot be, the system's own
         // write-back takes it.
         std::ignore = sync_file_range(m_File.Get(), 0, 0, SYNC_FILE_RANGE_WRITE);
     }
 }
 
-// The stream hears of no failure: C libraries differ in what they make of one, from an error of the
-// next flush to an endless loop.
-ssize_t CZELImageFile::s_Write(void* file, const char* text, std::size_t size) {
-    auto& image = *static_cast<CZELImageFile*>(file);
-    image.m_bIsWhole = image.m_bIsWhole && image.m_File.Write({text, size}) == size;
-    return static_cast<ssize_t>(size);
+void CZELImageFile::Append(const void* bytes, std::size_t size) {
+    if (size > m_Buffer.size() - m_Waiting) {
+        std::ignore = Flush();  // the next one tells as well
+    }
+    if (size > m_Buffer.size()) {
+        std::ignore = m_Write(bytes, size);  // likewise
+        return;
+    }
+    std::memcpy(m_Buffer.data() + m_Waiting, bytes, size);
+    m_Waiting += size;
+}
+
+bool CZELImageFile::Flush() { return m_Write(m_Buffer.data(), std::exchange(m_Waiting, 0)); }
+
+bool CZELImageFile::m_Write(const void* bytes, std::size_t size) {
+    m_bIsWhole = m_bIsWhole && m_File.Write({static_cast<const char*>(bytes), size}) == size;
+    return m_bIsWhole;
 }
 
 void CZELImageFile::Remove() {

@@ -5,21 +5,20 @@
 #ifndef ZEL_IMAGE_FILE_H
 #define ZEL_IMAGE_FILE_H
 
-#include <sys/types.h>
-
 #include <array>
 #include <cstddef>
-#include <cstdio>
 
 #include "file_descriptor.h"
 
 /**
- * A stream into an image file, new or emptied, that writes the file in few large pieces. It takes
- * some 16 KiB of the stack. An object that is destroyed keeps what was written, and has the system
- * begin to write it to the device, without waiting for it. Not for use by several threads.
+ * An image file, new or emptied, that is written in few large pieces. It takes some 16 KiB of the
+ * stack. An object that is destroyed writes what waits in its buffer, and has the system begin to
+ * write the file to the device, without waiting for it. Not for use by several threads.
  */
 class CZELImageFile {
 public:
+    using Buffer = std::array<unsigned char, 16384>;
+
     /** Opens the file; the name stays valid as long as the object. */
     explicit CZELImageFile(const char* filename);
     ~CZELImageFile();
@@ -27,15 +26,24 @@ public:
     CZELImageFile(const CZELImageFile&) = delete;
     CZELImageFile& operator=(const CZELImageFile&) = delete;
 
-    /** The stream; null, with the reason in errno, right after an opening that has failed. */
-    std::FILE* Stream() const { return m_pStream; }
+    /** False, with the reason in errno, right after an opening that has failed. */
+    bool IsOpen() const { return m_File.IsOpen(); }
+
+    /** For an encoder to fill, as long as nothing that was appended waits in it. */
+    Buffer& GetBuffer() { return m_Buffer; }
+
+    /** Writes that many bytes that an encoder has put into the buffer; false as for Flush(). */
+    bool WriteBuffer(std::size_t size) { return m_Write(m_Buffer.data(), size); }
+
+    /** Adds bytes through the buffer. Whether the device takes them shows with the next Flush(). */
+    void Append(const void* bytes, std::size_t size);
 
     /**
-     * Whether the file holds all that has left the stream's buffer; after a flush, all that was
-     * written. The stream itself reports no failure of the device, and after one nothing more
-     * reaches the file.
+     * Writes what waits in the buffer.
+     * @return false when the device did not take all that was written so far; then nothing more
+     *         reaches the file
      */
-    bool IsWhole() const { return m_bIsWhole; }
+    bool Flush();
 
     /**
      * Removes a file that cannot be completed. Only a regular file goes, never a device node;
@@ -44,13 +52,13 @@ public:
     void Remove();
 
 private:
-    static ssize_t s_Write(void* file, const char* text, std::size_t size);
+    bool m_Write(const void* bytes, std::size_t size);
 
     const char* const m_Filename;
     CZELFileDescriptor m_File;
     bool m_bIsWhole = true;
-    std::array<char, 16384> m_Buffer;
-    std::FILE* m_pStream = nullptr;
+    std::size_t m_Waiting = 0;
+    Buffer m_Buffer;
 };
 
 #endif

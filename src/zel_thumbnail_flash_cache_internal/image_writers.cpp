@@ -2,19 +2,12 @@
 
 #include <array>
 #include <cerrno>
-#include <csetjmp>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <string>
-#include <tuple>
-
-// Relies on <cstdio> before it.
-#include <jpeglib.h>
 
 #include "image_file.h"
+#include "jpeg_encoder.h"
 #include "log.h"
 #include "size_arithmetic.h"
 #include "zel_thumbnail_flash_cache_internal.h"
@@ -23,61 +16,6 @@ namespace {
 
 constexpr std::size_t presetSize = 4096;
 constexpr std::size_t bytesPerPixel = 4;
-constexpr int jpegQuality = 100;
-
-struct JpegErrorManager {
-    jpeg_error_mgr base;  // first, so that the library's pointer to it is a pointer to the whole
-    std::jmp_buf recovery;
-    char message[JMSG_LENGTH_MAX];
-};
-
-extern "C" {
-
-[[noreturn]] static void RecoverFromJpegError(j_common_ptr codec) {
-    auto* errors = reinterpret_cast<JpegErrorManager*>(codec->err);
-    codec->err->format_message(codec, errors->message);
-    std::longjmp(errors->recovery, 1);
-}
-
-static void DiscardJpegMessage(j_common_ptr) {}
-}
-
-// Encodes a picture into a stream and flushes it. On failure the reason is in errors.message. An
-// error of the library jumps back here, past everything below: it has no destructor and changes
-// nothing that is used afterwards but through the references.
-bool EncodeJpeg(jpeg_compress_struct& codec, JpegErrorManager& errors, unsigned char* buffer,
-                int xsize, int ysize, FILE* stream) {
-    codec.err = jpeg_std_error(&errors.base);
-    errors.base.error_exit = RecoverFromJpegError;
-    errors.base.output_message = DiscardJpegMessage;
-    if (setjmp(errors.recovery) != 0) {
-        jpeg_destroy_compress(&codec);
-        return false;
-    }
-    jpeg_create_compress(&codec);
-    jpeg_stdio_dest(&codec, stream);
-    codec.image_width = static_cast<JDIMENSION>(xsize);
-    codec.image_height = static_cast<JDIMENSION>(ysize);
-    codec.in_color_space = JCS_EXT_BGRX;
-    codec.input_components = bytesPerPixel;
-    jpeg_set_defaults(&codec);
-    jpeg_set_quality(&codec, jpegQuality, TRUE);
-    jpeg_start_compress(&codec, TRUE);
-    const std::size_t stride = bytesPerPixel * codec.image_width;
-    while (codec.next_scanline < codec.image_height) {
-        JSAMPROW row = buffer + codec.next_scanline * stride;
-        std::ignore = jpeg_write_scanlines(&codec, &row, 1);  // a file takes every row, or fails
-    }
-    jpeg_finish_compress(&codec);
-    jpeg_destroy_compress(&codec);
-    return true;
-}
-
-// Adds the preset block to a file that is complete but for it. What a full device cuts off here
-// goes unnoticed; it shows in the size of the file.
-void AppendPreset(CZELImageFile& file, const char* bufferPreset) {
-    std::ignore = std::fwrite(bufferPreset, 1, presetSize, file.Stream());
-}
 
 using BmpHeader = std::array<unsigned char, 54>;
 
@@ -101,6 +39,17 @@ BmpHeader MakeBmpHeader(int xsize, int ysize) {
     return header;
 }
 
+// From the bottom up. What a full disk cuts short shows in the size of the file.
+void AppendBmpRows(CZELImageFile& file, const unsigned char* buffer, int xsize, int ysize) {
+    if (xsize <= 0) {
+        return;
+    }
+    const std::size_t stride = bytesPerPixel * static_cast<std::size_t>(xsize);
+    for (int row = ysize - 1; row >= 0; --row) {
+        file.Append(buffer + static_cast<std::size_t>(row) * stride, stride);
+    }
+}
+
 }  // namespace
 
 bool CZELThumbFlashCache::m_SaveThumb(unsigned char* buffer, char* bufferPreset, int xsize,
@@ -110,30 +59,26 @@ bool CZELThumbFlashCache::m_SaveThumb(unsigned char* buffer, char* bufferPreset,
 
 bool CZELThumbFlashCache::m_JpegSave(unsigned char* buffer, char* bufferPreset, int xsize,
                                      int ysize, const char* filename) {
-    constexpr int maxSide = JPEG_MAX_DIMENSION;
-    if (xsize < 1 || xsize > maxSide || ysize < 1 || ysize > maxSide) {
+    if (xsize < 1 || xsize > maxJpegSide || ysize < 1 || ysize > maxJpegSide) {
         ZEL_LOG_INFO("m_JpegSave [%s] failed: %d x %d is outside 1 to %d pixels\n",
-                     filename == nullptr ? "" : filename, xsize, ysize, maxSide);
+                     filename == nullptr ? "" : filename, xsize, ysize, maxJpegSide);
         return false;
     }
     CZELImageFile file(filename);
-    if (file.Stream() == nullptr) {
+    if (!file.IsOpen()) {
         ZEL_LOG_INFO("can't open filename[%s] errno=%d\n", filename == nullptr ? "" : filename,
                      errno);
         return false;
     }
-    jpeg_compress_struct codec{};
-    JpegErrorManager errors{};
-    const bool bEncoded = EncodeJpeg(codec, errors, buffer, xsize, ysize, file.Stream());
-    if (!bEncoded || !file.IsWhole()) {
-        ZEL_LOG_INFO("m_JpegSave [%s] failed: %s\n", filename,
-                     bEncoded ? "the device did not take it" : errors.message);
+    JpegError error;
+    if (!EncodeJpeg(file, buffer, xsize, ysize, error)) {
+        ZEL_LOG_INFO("m_JpegSave [%s] failed: %s\n", filename, error.text);
         file.Remove();
         return false;
     }
     if (bufferPreset != nullptr) {
         ZEL_LOG_INFO("m_JpegSave bufferPreset : [%s]###\n", bufferPreset);
-        AppendPreset(file, bufferPreset);
+        file.Append(bufferPreset, presetSize);  // what is cut off shows in the size of the file
     }
     return true;
 }
@@ -152,25 +97,19 @@ bool CZELThumbFlashCache::m_BmpSave(unsigned char* buffer, char* bufferPreset, i
         return false;
     }
     CZELImageFile file(filename);
-    if (file.Stream() == nullptr) {
+    if (!file.IsOpen()) {
         ZEL_LOG_INFO("fopen fail");
         return false;
     }
-    // Flushed at once: a full device shows here or nowhere.
-    if (std::fwrite(header.data(), 1, header.size(), file.Stream()) < header.size() ||
-        std::fflush(file.Stream()) != 0 || !file.IsWhole()) {
+    file.Append(header.data(), header.size());
+    if (!file.Flush()) {  // a full device shows here or nowhere
         ZEL_LOG_INFO("fwrite error");
         return false;
     }
-    const std::size_t stride = xsize > 0 ? bytesPerPixel * static_cast<std::size_t>(xsize) : 0;
-    for (int row = stride == 0 ? -1 : ysize - 1; row >= 0; --row) {
-        // A row that a full disk cuts short shows in the size of the file.
-        std::ignore =
-            std::fwrite(buffer + static_cast<std::size_t>(row) * stride, 1, stride, file.Stream());
-    }
+    AppendBmpRows(file, buffer, xsize, ysize);
     if (bufferPreset != nullptr) {
         ZEL_LOG_INFO("bmp_write bufferPreset : [%s]###\n", bufferPreset);
-        AppendPreset(file, bufferPreset);
+        file.Append(bufferPreset, presetSize);  // what is cut off shows in the size of the file
     }
     return true;
 } catch (const std::exception& error) {

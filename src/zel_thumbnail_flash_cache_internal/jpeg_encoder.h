@@ -1,0 +1,28 @@
+/**
+ * @file
+ * JPEG encoding into an image file, with the errors of the JPEG library as results.
+ */
+#ifndef ZEL_JPEG_ENCODER_H
+#define ZEL_JPEG_ENCODER_H
+
+#include "image_file.h"
+
+/** The largest width or height of a JPEG picture. */
+constexpr int maxJpegSide = 65500;
+
+/** Why a picture could not be encoded. */
+struct JpegError {
+    char text[200] = "";
+};
+
+/**
+ * Encodes and writes a picture with quality 100.
+ * @param file    is open, and nothing waits in its buffer
+ * @param buffer  xsize * ysize pixels of 4 bytes (blue, green, red, ignored), only read; both sides
+ *                are 1 to maxJpegSide
+ * @param error   receives the reason of a failure
+ * @return false when memory is short or the device does not take it all
+ */
+bool EncodeJpeg(CZELImageFile& file, unsigned char* buffer, int xsize, int ysize, JpegError& error);
+
+#endif
