@@ -5,7 +5,7 @@
 #include <exception>
 
 #include "zel_thumbnail_flash_cache_internal.h"
-#include "zel_thumbnail_flash_cache_internal/log.h"
+#include "zel_thumbnail_flash_cache_internal/util/log.h"
 
 struct _zel_thumbnail_flash_cache_param_s {
     char* filename;

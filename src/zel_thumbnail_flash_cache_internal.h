@@ -268,7 +268,7 @@ public:
     bool m_DelUnvalidData(std::map<std::string, std::string>& usbFlashMap,
                           std::map<std::string, std::string>& ptpFlashMap);
 
-    // Directories (file_helpers.cpp), no lock needed
+    // Directories (directories.cpp), no lock needed
     bool m_CreateDir(std::string strDir);  ///< as CreateDir()
     bool m_RemoveDir(std::string strDir);  ///< as RemoveDir()
 

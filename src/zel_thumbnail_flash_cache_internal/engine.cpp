@@ -4,8 +4,8 @@
 #include <tuple>
 #include <utility>
 
-#include "log.h"
-#include "mutex_guard.h"
+#include "util/log.h"
+#include "util/mutex_guard.h"
 #include "zel_platform_media_content.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 

@@ -6,9 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <tuple>
 #include <utility>
+
+#include "util/release.h"
 
 namespace {
 
@@ -52,8 +53,7 @@ bool CZELImageFile::m_Write(const void* bytes, std::size_t size) {
 void CZELImageFile::Remove() {
     struct stat status {};
     if (fstat(m_File.Get(), &status) == 0 && S_ISREG(status.st_mode)) {
-        const std::unique_ptr<char, decltype(&std::free)> target(realpath(m_Filename, nullptr),
-                                                                 &std::free);
+        const ZEL_Handle<char, std::free> target(realpath(m_Filename, nullptr));
         // A file that cannot be removed stays; the caller has learnt that it is of no use.
         std::ignore = std::remove(target ? target.get() : m_Filename);
     }

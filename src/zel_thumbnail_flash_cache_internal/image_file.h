@@ -8,7 +8,7 @@
 #include <array>
 #include <cstddef>
 
-#include "file_descriptor.h"
+#include "util/file_descriptor.h"
 
 /**
  * An image file, new or emptied, that is written in few large pieces. It takes some 16 KiB of the

@@ -1,43 +1,20 @@
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <exception>
 #include <string>
 
+#include "bmp_header.h"
 #include "image_file.h"
 #include "jpeg_encoder.h"
-#include "log.h"
-#include "size_arithmetic.h"
+#include "util/log.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
 namespace {
 
 constexpr std::size_t presetSize = 4096;
 constexpr std::size_t bytesPerPixel = 4;
-
-using BmpHeader = std::array<unsigned char, 54>;
-
-void PutLittleEndian32(BmpHeader& header, std::size_t offset, int value) {
-    const auto bits = static_cast<unsigned>(value);
-    for (unsigned byte = 0; byte < 4; ++byte) {
-        header[offset + byte] = static_cast<unsigned char>(bits >> (8 * byte));
-    }
-}
-
-// The fields that are not named are 0.
-BmpHeader MakeBmpHeader(int xsize, int ysize) {
-    BmpHeader header{'B', 'M'};
-    PutLittleEndian32(header, 2, BmpFileSize(xsize, ysize));
-    PutLittleEndian32(header, 10, static_cast<int>(header.size()));  // offset of the pixels
-    PutLittleEndian32(header, 14, 40);                               // size of the info header
-    PutLittleEndian32(header, 18, xsize);
-    PutLittleEndian32(header, 22, ysize);
-    header[26] = 1;                  // planes
-    header[28] = 8 * bytesPerPixel;  // bits per pixel
-    return header;
-}
 
 // From the bottom up. What a full disk cuts short shows in the size of the file.
 void AppendBmpRows(CZELImageFile& file, const unsigned char* buffer, int xsize, int ysize) {

@@ -5,9 +5,9 @@
 #include <tuple>
 #include <utility>
 
-#include "log.h"
-#include "size_arithmetic.h"
 #include "thumb_file_record.h"
+#include "util/log.h"
+#include "util/size_arithmetic.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
 void CZELThumbFlashCache::m_ReserveSpace(long size) {

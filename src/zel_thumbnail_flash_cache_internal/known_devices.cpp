@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "log.h"
+#include "util/log.h"
 #include "zel_platform_media_content.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 

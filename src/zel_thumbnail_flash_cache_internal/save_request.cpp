@@ -5,9 +5,10 @@
 #include <string_view>
 #include <tuple>
 
-#include "log.h"
-#include "mutex_guard.h"
-#include "size_arithmetic.h"
+#include "bmp_header.h"
+#include "util/log.h"
+#include "util/mutex_guard.h"
+#include "util/size_arithmetic.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
 namespace {

@@ -4,9 +4,9 @@
 #include <tuple>
 #include <unordered_set>
 
-#include "log.h"
-#include "mutex_guard.h"
-#include "size_arithmetic.h"
+#include "util/log.h"
+#include "util/mutex_guard.h"
+#include "util/size_arithmetic.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
 namespace {

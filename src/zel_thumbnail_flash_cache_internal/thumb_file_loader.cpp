@@ -13,10 +13,10 @@
 #include <tuple>
 #include <utility>
 
-#include "file_descriptor.h"
-#include "log.h"
-#include "size_arithmetic.h"
 #include "thumb_file_record.h"
+#include "util/file_descriptor.h"
+#include "util/log.h"
+#include "util/size_arithmetic.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "size_arithmetic.h"
+#include "util/size_arithmetic.h"
 
 using namespace std::string_view_literals;
 

@@ -9,10 +9,10 @@
 #include <string_view>
 #include <tuple>
 
-#include "file_descriptor.h"
-#include "log.h"
-#include "replacement_file.h"
 #include "thumb_file_record.h"
+#include "util/file_descriptor.h"
+#include "util/log.h"
+#include "util/replacement_file.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
 namespace {

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <tuple>
 
+#include "util/release.h"
+
 namespace {
 
 constexpr std::size_t bufferSize = 256 * 1024;
@@ -58,8 +60,7 @@ bool CZELReplacementFile::Open() {
 }
 
 void CZELReplacementFile::m_OpenTemporary() {
-    const std::unique_ptr<char, decltype(&std::free)> target(realpath(m_Path.c_str(), nullptr),
-                                                             &std::free);
+    const ZEL_Handle<char, std::free> target(realpath(m_Path.c_str(), nullptr));
     if (target) {
         m_Target = target.get();
         std::string temporary = m_Target + ".new";

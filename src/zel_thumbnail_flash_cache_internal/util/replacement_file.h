@@ -12,7 +12,7 @@
 #include <string>
 #include <utility>
 
-#include "file_descriptor.h"
+#include "util/file_descriptor.h"
 
 /**
  * Collects the new text of a file in a temporary file beside it, "NAME.new", and puts it in place

@@ -5,8 +5,8 @@
 #include <exception>
 #include <tuple>
 
-#include "log.h"
-#include "tree_removal.h"
+#include "util/log.h"
+#include "util/tree_removal.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
 namespace {

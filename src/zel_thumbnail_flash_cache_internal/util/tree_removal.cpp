@@ -9,9 +9,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string_view>
 #include <tuple>
+
+#include "util/release.h"
 
 namespace {
 
@@ -22,12 +23,7 @@ constexpr int maxAttempts = 100;
 // With less, readdir() ends at the first large inode number.
 static_assert(sizeof(off_t) == sizeof(std::int64_t), "build with _FILE_OFFSET_BITS=64");
 
-struct CloseDirectory {
-    void operator()(DIR* directory) const {
-        std::ignore = closedir(directory);  // it was only read
-    }
-};
-using Directory = std::unique_ptr<DIR, CloseDirectory>;
+using Directory = ZEL_Handle<DIR, closedir>;
 
 // Opens a directory, but not through a link.
 Directory OpenDirectory(int parent, const char* name) {

@@ -19,13 +19,6 @@ inline int WrappingSubtract(long a, long b) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b));
 }
 
-/** The bytes of an uncompressed 32-bit BMP file of a picture, wrapped to 32 bits. */
-inline int BmpFileSize(int xsize, int ysize) {
-    constexpr std::uint32_t headerSize = 54;
-    return static_cast<std::int32_t>(
-        static_cast<std::uint32_t>(xsize) * static_cast<std::uint32_t>(ysize) * 4U + headerSize);
-}
-
 /** The value, held to the range of 32 bits. */
 inline int HoldToInt32(long long value) {
     return static_cast<int>(std::clamp<long long>(value, std::numeric_limits<std::int32_t>::min(),
