@@ -18,7 +18,7 @@ public:
     CZELFileDescriptor() = default;
     /** Takes over a descriptor; a negative one is none. */
     explicit CZELFileDescriptor(int descriptor) : m_Descriptor(descriptor) {}
-    ~CZELFileDescriptor() { std::ignore = Close(); }  // who cares for the result has closed it
+    ~CZELFileDescriptor() { std::ignore = Close(); }  // whoever needs the result calls Close()
 
     CZELFileDescriptor(CZELFileDescriptor&& other) noexcept
         : m_Descriptor(std::exchange(other.m_Descriptor, -1)) {}
@@ -64,8 +64,7 @@ public:
         return true;
     }
 
-    /** Closes the descriptor if it is open; false when the system reports a failed write only now.
-     */
+    /** Closes the descriptor if it is open; false when a failed write is reported only now. */
     bool Close() { return m_Descriptor < 0 || close(std::exchange(m_Descriptor, -1)) == 0; }
 
 private:

@@ -11,7 +11,7 @@
 
 /** A deleter of std::unique_ptr that calls a C function. */
 template <auto Function>
-struct ZEL_Release {
+struct CZELRelease {
     template <class T>
     void operator()(T* object) const {
         if constexpr (std::is_void_v<decltype(Function(object))>) {
@@ -24,6 +24,6 @@ struct ZEL_Release {
 
 /** Owns a T of a C library, given back with Function. */
 template <class T, auto Function>
-using ZEL_Handle = std::unique_ptr<T, ZEL_Release<Function>>;
+using CZELHandle = std::unique_ptr<T, CZELRelease<Function>>;
 
 #endif

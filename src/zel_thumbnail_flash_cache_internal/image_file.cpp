@@ -53,7 +53,7 @@ bool CZELImageFile::m_Write(const void* bytes, std::size_t size) {
 void CZELImageFile::Remove() {
     struct stat status {};
     if (fstat(m_File.Get(), &status) == 0 && S_ISREG(status.st_mode)) {
-        const ZEL_Handle<char, std::free> target(realpath(m_Filename, nullptr));
+        const CZELHandle<char, std::free> target(realpath(m_Filename, nullptr));
         // A file that cannot be removed stays; the caller has learnt that it is of no use.
         std::ignore = std::remove(target ? target.get() : m_Filename);
     }

@@ -8,14 +8,26 @@
 #ifndef ZEL_LOG_H
 #define ZEL_LOG_H
 
+#include <cstddef>
+#include <string_view>
+#include <type_traits>
+
 #include "thread_id.h"
 #include "zel_platform_log.h"
+
+/** Where the name of a file begins in its path. */
+constexpr std::size_t FileNameOffset(std::string_view path) {
+    return path.find_last_of('/') + 1;  // also without a "/"
+}
 
 #define ZEL_LOG_ID 2
 #define ZEL_LOG_TAG "ZEL-THUMB-FLASH-CACHE"
 
 #define ZEL_LOG_HEAD(level) "%s: %s(%d) > \033[31m " level ":[%s:%d] [Thread Id:[%d]] "
-#define ZEL_LOG_PLACE __FILE_NAME__, __func__, __LINE__, __func__, __LINE__, CurrentThreadId()
+// __FILE_NAME__ would need GCC 12.
+#define ZEL_LOG_FILE_NAME \
+    &__FILE__[std::integral_constant<std::size_t, FileNameOffset(__FILE__)>::value]
+#define ZEL_LOG_PLACE ZEL_LOG_FILE_NAME, __func__, __LINE__, __func__, __LINE__, CurrentThreadId()
 
 #define ZEL_LOG_PLAIN(prio, level, body)                          \
     static_cast<void>(__dlog_print(ZEL_LOG_ID, prio, ZEL_LOG_TAG, \

@@ -60,7 +60,7 @@ bool CZELReplacementFile::Open() {
 }
 
 void CZELReplacementFile::m_OpenTemporary() {
-    const ZEL_Handle<char, std::free> target(realpath(m_Path.c_str(), nullptr));
+    const CZELHandle<char, std::free> target(realpath(m_Path.c_str(), nullptr));
     if (target) {
         m_Target = target.get();
         std::string temporary = m_Target + ".new";

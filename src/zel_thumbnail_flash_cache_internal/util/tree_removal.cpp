@@ -23,7 +23,7 @@ constexpr int maxAttempts = 100;
 // With less, readdir() ends at the first large inode number.
 static_assert(sizeof(off_t) == sizeof(std::int64_t), "build with _FILE_OFFSET_BITS=64");
 
-using Directory = ZEL_Handle<DIR, closedir>;
+using Directory = CZELHandle<DIR, closedir>;
 
 // Opens a directory, but not through a link.
 Directory OpenDirectory(int parent, const char* name) {
