@@ -2,20 +2,19 @@
 
 #include <chrono>
 #include <filesystem>
-#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <tuple>
 
-#include "release.h"
+#include "util/release.h"
 #include "zel_thumbnail_flash_cache.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 
-using Param = std::unique_ptr<_zel_thumbnail_flash_cache_param_s,
-                              ReleaseBy<zel_destroy_thumbnail_flash_cache_param>>;
+using Param =
+    CZELHandle<_zel_thumbnail_flash_cache_param_s, zel_destroy_thumbnail_flash_cache_param>;
 
 bool WaitUntilReady(const CacheSession& session) {
     Pixels probe = {{1, 1}, {0, 0, 0, 0}};

@@ -4,7 +4,6 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -70,17 +69,12 @@ std::string DescribeHolder(int file) {
 }  // namespace
 
 IndexLock::IndexLock(const std::string& index) : directory_(OpenDirectory(index)) {
-    if (flock(directory_, LOCK_EX | LOCK_NB) == 0) {
+    if (flock(directory_.Get(), LOCK_EX | LOCK_NB) == 0) {
         return;
     }
     const int error = errno;
     const std::string reason = error == EWOULDBLOCK
-                                   ? "is in use by " + DescribeHolder(directory_)
+                                   ? "is in use by " + DescribeHolder(directory_.Get())
                                    : "cannot be locked: " + std::generic_category().message(error);
-    std::ignore = close(directory_);  // nothing was written to it
     throw std::runtime_error("the directory of the index " + index + " " + reason);
-}
-
-IndexLock::~IndexLock() {
-    std::ignore = close(directory_);  // likewise
 }

@@ -7,6 +7,8 @@
 
 #include <string>
 
+#include "util/file_descriptor.h"
+
 /**
  * The directory of an index, locked against other commands until the object or the process ends.
  * It is the directory of the file that the index leads to when it is a symbolic link, because the
@@ -21,12 +23,9 @@ public:
      * known.
      */
     explicit IndexLock(const std::string& index);
-    ~IndexLock();
-    IndexLock(const IndexLock&) = delete;
-    IndexLock& operator=(const IndexLock&) = delete;
 
 private:
-    const int directory_;
+    const CZELFileDescriptor directory_;
 };
 
 #endif

@@ -5,8 +5,8 @@
 
 #include "commands.h"
 #include "index_reader.h"
-#include "release.h"
 #include "report.h"
+#include "util/release.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ void PrintText(const std::vector<CachedFolder>& folders) {
 
 // A text in its quotes; what is not UTF-8 becomes U+FFFD.
 std::string ToJson(const std::string& text) {
-    const std::unique_ptr<char, ReleaseBy<g_free>> valid(
+    const CZELHandle<char, g_free> valid(
         g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
     std::string json = "\"";
     for (const char* c = valid.get(); *c != '\0'; ++c) {

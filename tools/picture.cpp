@@ -5,23 +5,22 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <memory>
 #include <stdexcept>
 #include <utility>
 
-#include "release.h"
+#include "util/release.h"
 
 namespace {
 
-using Pixbuf = std::unique_ptr<GdkPixbuf, ReleaseBy<g_object_unref>>;
+using Pixbuf = CZELHandle<GdkPixbuf, g_object_unref>;
 
-using FormatName = std::unique_ptr<char, ReleaseBy<g_free>>;
+using FormatName = CZELHandle<char, g_free>;
 
 constexpr std::int64_t kMostPixels = std::int64_t{256} << 20;
 
 // This container tells the size of its pictures only once they are decoded, however large.
 void DisableIconContainer() {
-    const std::unique_ptr<GSList, ReleaseBy<g_slist_free>> formats(gdk_pixbuf_get_formats());
+    const CZELHandle<GSList, g_slist_free> formats(gdk_pixbuf_get_formats());
     for (const GSList* entry = formats.get(); entry != nullptr; entry = entry->next) {
         auto* format = static_cast<GdkPixbufFormat*>(entry->data);
         const FormatName name(gdk_pixbuf_format_get_name(format));
@@ -66,7 +65,7 @@ Pixbuf ScaleDown(Pixbuf pixbuf, int box) {
 Pixbuf Load(const std::string& file, int box) {
     GError* error = nullptr;
     Pixbuf pixbuf(Decode(file.c_str(), box, &error));
-    const std::unique_ptr<GError, ReleaseBy<g_error_free>> reason(error);
+    const CZELHandle<GError, g_error_free> reason(error);
     if (pixbuf == nullptr) {
         throw std::runtime_error(reason != nullptr ? reason->message : "it cannot be decoded");
     }

@@ -2,12 +2,11 @@
 
 #include <cstdlib>
 #include <map>
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <tuple>
 
-#include "release.h"
+#include "util/release.h"
 #include "zel_platform_media_content.h"
 #include "zel_platform_storage.h"
 
@@ -22,7 +21,7 @@ std::string Text(const char* text) { return text != nullptr ? text : ""; }
 std::string ReadText(int (*get)(media_storage_h, char**), media_storage_h storage) {
     char* copy = nullptr;
     const bool is_read = get(storage, &copy) == 0;
-    const std::unique_ptr<char, ReleaseBy<std::free>> owner(copy);
+    const CZELHandle<char, std::free> owner(copy);
     return is_read ? Text(copy) : "";
 }
 
@@ -45,7 +44,7 @@ IdsByPath ReadIds() {
     IdsByPath ids;
     media_filter_h every = nullptr;
     const bool is_created = media_filter_create(&every) == 0;
-    const std::unique_ptr<void, ReleaseBy<media_filter_destroy>> filter(every);
+    const CZELHandle<void, media_filter_destroy> filter(every);
     if (!is_created || media_storage_foreach_storage_from_db(every, AddId, &ids) != 0) {
         throw std::runtime_error("the media-content database cannot be read");
     }
@@ -55,7 +54,7 @@ IdsByPath ReadIds() {
 void AppendStorages(zel_storage_device_type type, const IdsByPath& ids, std::vector<Storage>& all) {
     void* handle = nullptr;
     const bool is_listed = zel_get_usb_list(type, &handle) == 0;
-    const std::unique_ptr<void, ReleaseBy<zel_storage_list_destory>> list(handle);
+    const CZELHandle<void, zel_storage_list_destory> list(handle);
     const int count = is_listed ? zel_storage_get_list_count(handle) : 0;
     for (int i = 0; i < count; ++i) {
         _zel_storage_s* storage = zel_storage_get_storage(i, handle);

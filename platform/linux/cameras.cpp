@@ -9,7 +9,7 @@
 namespace zel::platform {
 namespace {
 
-using UdevEnumeration = Handle<udev_enumerate, udev_enumerate_unref>;
+using UdevEnumeration = CZELHandle<udev_enumerate, udev_enumerate_unref>;
 
 // What has a PTP interface (class 6, subclass 1, protocol 1) or, for cameras that show another one,
 // what the rules of the photo tools know as a camera.

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <libmount/libmount.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -13,27 +12,28 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "handle.h"
+#include "util/file_descriptor.h"
+#include "util/release.h"
 
 namespace zel::platform {
 namespace {
 
-using MountTable = Handle<libmnt_table, mnt_unref_table>;
-using MountIterator = Handle<libmnt_iter, mnt_free_iter>;
-using Stream = Handle<std::FILE, std::fclose>;
+using MountTable = CZELHandle<libmnt_table, mnt_unref_table>;
+using MountIterator = CZELHandle<libmnt_iter, mnt_free_iter>;
+using Stream = CZELHandle<std::FILE, std::fclose>;
 
 // Read here, as a stream takes an error in the middle for the end.
 std::string read_file(const char* path) {
-    const FileDescriptor file(open(path, O_RDONLY | O_CLOEXEC));
+    CZELFileDescriptor file(open(path, O_RDONLY | O_CLOEXEC));
     std::string text;
     std::array<char, 16384> piece;
-    ssize_t size = file.get() == -1 ? -1 : 1;
-    while (size > 0 || (size == -1 && file.get() != -1 && errno == EINTR)) {
-        size = read(file.get(), piece.data(), piece.size());
-        if (size > 0)
-            text.append(piece.data(), static_cast<std::size_t>(size));
+    std::size_t size = piece.size();
+    bool is_read = file.IsOpen();
+    while (is_read && size == piece.size()) {
+        is_read = file.ReadUpTo(piece.data(), piece.size(), size);
+        text.append(piece.data(), size);
     }
-    if (size == -1)
+    if (!is_read)
         throw std::system_error(errno, std::generic_category(), "the mount table");
     return text;
 }

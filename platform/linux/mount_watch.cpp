@@ -10,8 +10,9 @@
 #include <system_error>
 #include <tuple>
 
-#include "handle.h"
 #include "mount_table.h"
+#include "util/file_descriptor.h"
+#include "util/release.h"
 
 namespace zel::platform {
 namespace {
@@ -38,7 +39,7 @@ public:
     }
 
 private:
-    const Handle<libmnt_monitor, mnt_unref_monitor> monitor_;
+    const CZELHandle<libmnt_monitor, mnt_unref_monitor> monitor_;
 };
 
 // Watches the file's folder, so that a file renamed over it is seen as well as one rewritten.
@@ -47,18 +48,18 @@ public:
     explicit FileWatch(const std::filesystem::path& file)
         : name_(file.filename()), inotify_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
         const std::filesystem::path folder = std::filesystem::absolute(file).parent_path();
-        if (inotify_.get() == -1 ||
-            inotify_add_watch(inotify_.get(), folder.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) == -1)
+        if (!inotify_.IsOpen() ||
+            inotify_add_watch(inotify_.Get(), folder.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) == -1)
             fail(errno);
     }
 
-    int descriptor() const override { return inotify_.get(); }
+    int descriptor() const override { return inotify_.Get(); }
 
     bool take_notifications() override {
         alignas(inotify_event) char events[4096];
         bool changed = false;
         ssize_t size = 0;
-        while ((size = read(inotify_.get(), events, sizeof events)) > 0)
+        while ((size = read(inotify_.Get(), events, sizeof events)) > 0)
             changed |= names_the_file(events, events + size);
         return changed;
     }
@@ -75,7 +76,7 @@ private:
     }
 
     const std::string name_;
-    const FileDescriptor inotify_;
+    const CZELFileDescriptor inotify_;
 };
 
 }  // namespace

@@ -14,9 +14,9 @@
 #include <tuple>
 #include <utility>
 
-#include "handle.h"
 #include "mount_watch.h"
 #include "storage.h"
+#include "util/file_descriptor.h"
 
 namespace zel::platform {
 namespace {
@@ -32,13 +32,13 @@ class StorageEvents {
 public:
     StorageEvents(zel_storage_event_cb callback, void* user_data)
         : callback_(callback), user_data_(user_data) {
-        if (ending_.get() == -1)
+        if (!ending_.IsOpen())
             throw std::system_error(errno, std::generic_category(), "eventfd");
         thread_ = std::thread(&StorageEvents::run, this);
     }
 
     ~StorageEvents() {
-        std::ignore = eventfd_write(ending_.get(), 1);  // fails only on a counter near its maximum
+        std::ignore = eventfd_write(ending_.Get(), 1);  // fails only on a counter near its maximum
         thread_.join();
     }
 
@@ -64,7 +64,7 @@ private:
     }
 
     bool wait_for_notification() const {
-        pollfd sources[] = {{ending_.get(), POLLIN, 0}, {watch_->descriptor(), POLLIN, 0}};
+        pollfd sources[] = {{ending_.Get(), POLLIN, 0}, {watch_->descriptor(), POLLIN, 0}};
         int count = 0;
         do {
             count = poll(sources, 2, -1);
@@ -96,7 +96,7 @@ private:
 
     const zel_storage_event_cb callback_;
     void* const user_data_;
-    FileDescriptor ending_{eventfd(0, EFD_CLOEXEC)};
+    CZELFileDescriptor ending_{eventfd(0, EFD_CLOEXEC)};
 
     // Used by the thread alone. The watch starts before the first list: no change falls between.
     const std::unique_ptr<MountWatch> watch_ = MountWatch::start();

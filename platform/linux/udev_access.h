@@ -9,12 +9,12 @@
 
 #include <string>
 
-#include "handle.h"
+#include "util/release.h"
 
 namespace zel::platform {
 
-using Udev = Handle<udev, udev_unref>;
-using UdevDevice = Handle<udev_device, udev_device_unref>;
+using Udev = CZELHandle<udev, udev_unref>;
+using UdevDevice = CZELHandle<udev_device, udev_device_unref>;
 
 /** Opens the database. @throw std::bad_alloc */
 Udev open_udev();
