@@ -19,6 +19,8 @@
 
 #include "util/zel_intrusive_ptr_base.h"
 #include "zel_platform_storage.h"
+#include "zel_thumbnail_flash_cache_internal/util/mutex_guard.h"
+#include "zel_thumbnail_flash_cache_internal/util/thread_annotations.h"
 
 /** The ceiling of the accounted cache size in bytes; a total of exactly this is allowed. */
 constexpr int ZEL_FLASH_CACHE_MAX = 104857600;
@@ -60,9 +62,9 @@ template <class T>
 T* CZELSingleton<T>::m_pObj = nullptr;
 
 /**
- * The engine. Members that are public may be called from any thread and take the lock themselves or
- * need none; protected ones are called with m_Mutex held unless they say otherwise. Results are
- * true for success; every failure is explained by one line of log.
+ * The engine. Each member says whether it is called with the lock held (ZEL_REQUIRES) or takes it
+ * itself (ZEL_EXCLUDES); one that says neither needs no lock and may be called from any thread.
+ * Results are true for success; every failure is explained by one line of log.
  */
 class __attribute__((visibility("default"))) CZELThumbFlashCache
     : public CZELSingleton<CZELThumbFlashCache> {
@@ -109,7 +111,7 @@ public:
      * an earlier worker or a save holds the lock, the path is set when the new worker has it.
      * @return false when the path is null or no thread can be started
      */
-    bool Create(const char* strCachePath);
+    bool Create(const char* strCachePath) ZEL_EXCLUDES(m_Lock);
 
     /** Whether the engine is ready. */
     bool FlagCreate();
@@ -124,7 +126,7 @@ public:
      *         URL that is neither USB nor camera whether the file was written; otherwise true
      */
     bool SaveFlashFile(unsigned char* buffer, int xsize, int ysize, const char* filename, char* url,
-                       char* bufferPreset);
+                       char* bufferPreset) ZEL_EXCLUDES(m_Lock);
 
     /**
      * Drops everything that belongs to the USB storage that was mounted there: its folder with all
@@ -132,7 +134,7 @@ public:
      * that path the first by id goes.
      * @return false when no USB storage is known at all
      */
-    bool m_RemoveStorage(std::string strMountPath);
+    bool m_RemoveStorage(std::string strMountPath) ZEL_EXCLUDES(m_Lock);
 
     /**
      * To be registered for storage events with the engine as user data: on event 2 drops what
@@ -141,24 +143,24 @@ public:
     static void s_ZELUSBConnctedCallback(void* userData, zel_storage_event_e event,
                                          _zel_storage_s*& storage);
 
-    /** Whether the process may read the file or directory of that name. Needs no lock. */
+    /** Whether the process may read the file or directory of that name. */
     bool FileExist(const char* fileName);
 
-    /** Makes one directory with mode 0777; true when it is there afterwards. Needs no lock. */
+    /** Makes one directory with mode 0777; true when it is there afterwards. */
     bool CreateDir(const char* dirName);
 
-    /** Removes a directory with everything in it, or a file. Needs no lock. */
+    /** Removes a directory with everything in it, or a file. */
     bool RemoveDir(const char* dirName);
 
     /**
-     * Finds the known USB storages, as creation does, without the lock.
+     * Finds the known USB storages, as creation does.
      * @param deviceMap  is emptied and filled when USB storages are listed: id to mount path
      * @return false when the database gives no filter
      */
     bool m_GetStorageList(std::map<std::string, std::string>& deviceMap);
 
     /**
-     * Writes an uncompressed 32-bit BMP file. Needs no lock.
+     * Writes an uncompressed 32-bit BMP file.
      * @return false when the directory is missing or the file cannot be opened or its header not be
      *         written; a pixel row or preset block that is cut short goes unnoticed
      */
@@ -168,20 +170,22 @@ public:
     // ---- The engine's own ----
 
     // Start and stop (engine.cpp)
-    bool m_Create();      ///< makes the engine ready; takes the lock
-    void m_Destroy();     ///< the first half of destruction; takes no lock
-    void m_ResetState();  ///< back to an empty cache
+    bool m_Create() ZEL_EXCLUDES(m_Lock);  ///< makes the engine ready
+    /** The first half of destruction; nobody else has the object any more. */
+    void m_Destroy() ZEL_NO_THREAD_SAFETY_ANALYSIS;
+    void m_ResetState() ZEL_REQUIRES(m_Lock);  ///< back to an empty cache
     /** Sets the path of the thumb file, now or when the next worker has the lock. */
-    void m_SetCachePath(std::string strCachePath);
-    void m_TakeNextCachePath();  ///< sets the path that could not be set at once
-    void m_RunCreate();          ///< the body of a worker thread; takes the lock
-    void m_FinishWorker();       ///< counts a worker as finished; needs no lock
-    void m_AwaitWorkers();       ///< returns when no worker is left; needs no lock
+    void m_SetCachePath(std::string strCachePath) ZEL_EXCLUDES(m_Lock);
+    /** Sets the path that could not be set at once. */
+    void m_TakeNextCachePath() ZEL_REQUIRES(m_Lock);
+    void m_RunCreate() ZEL_EXCLUDES(m_Lock);  ///< the body of a worker thread
+    void m_FinishWorker();                    ///< counts a worker as finished
+    void m_AwaitWorkers();                    ///< returns when no worker is left
 
     // One save (save_request.cpp)
     /**
      * Classifies a request: 0 for USB, 1 for a camera, 2 for neither, 3 for an invalid one. Fills
-     * the folder and the device id for 0 and 1, and the mount path for 0. Needs no lock.
+     * the folder and the device id for 0 and 1, and the mount path for 0.
      */
     int m_CheckUrl(unsigned char* buffer, const char* filename, char* url, std::string& strFolder,
                    std::string& strId, std::string& strMountPath);
@@ -189,7 +193,7 @@ public:
     // Storing one thumbnail (insertion.cpp)
     /** Adds a new thumbnail's estimate to the accounted size and evicts the oldest above the
      * ceiling. */
-    void m_ReserveSpace(long size);
+    void m_ReserveSpace(long size) ZEL_REQUIRES(m_Lock);
     /**
      * Writes the image, corrects the accounted size to the size of the file, and appends the
      * records of the item and, for a folder not seen before, of the folder.
@@ -199,9 +203,9 @@ public:
      */
     bool m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem, std::string strId,
                       unsigned char* buffer, int xsize, int ysize, const char* filename,
-                      char* bufferPreset);
+                      char* bufferPreset) ZEL_REQUIRES(m_Lock);
     /** Deletes the image file of an item. */
-    bool m_DeleteItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem);
+    bool m_DeleteItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem) ZEL_REQUIRES(m_Lock);
     /** Deletes one file. */
     bool m_RemoveThumb(std::string strFile);
 
@@ -212,23 +216,24 @@ public:
      * @return false when the file cannot be opened, or when it could not be read whole before and
      *         would lose what was not read
      */
-    bool m_RefreshThumbFile();
+    bool m_RefreshThumbFile() ZEL_REQUIRES(m_Lock);
     enum class AppendResult { Appended, NotOpened, Short };
     /**
      * Appends the text of a record to the thumb file, behind those that there was no room for
      * before, or nothing. What has no room is remembered for the next time, for which it needs
      * memory unless enough is reserved; may then throw std::bad_alloc, with the file as it was.
      */
-    AppendResult m_AppendRecord(std::string_view record);
+    AppendResult m_AppendRecord(std::string_view record) ZEL_REQUIRES(m_Lock);
     /**
      * Appends an item's record. A short write is logged, undone and answers true: the record
      * follows with the next one, or with a rewrite.
      * @return false when the record could not be read back as it is, or the file not be opened
      */
-    bool m_AddItemToThumbFile(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem);
+    bool m_AddItemToThumbFile(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem)
+        ZEL_REQUIRES(m_Lock);
     /** Appends a folder's record, in the same way. */
-    bool m_AddFolderItemToThumbFile(
-        boost::intrusive_ptr<CZELFlashCacheFolderItem> pThumbFolderItem);
+    bool m_AddFolderItemToThumbFile(boost::intrusive_ptr<CZELFlashCacheFolderItem> pThumbFolderItem)
+        ZEL_REQUIRES(m_Lock);
 
     // Reading the index (thumb_file_loader.cpp)
     /**
@@ -237,21 +242,21 @@ public:
      * @return false when it cannot be opened or there is no memory for the buffer
      * Throws std::bad_alloc when there is none for a record; those before it are in the lists.
      */
-    bool m_LoadThumbFile();
+    bool m_LoadThumbFile() ZEL_REQUIRES(m_Lock);
     /** Reads one record from its "<" at pStart to its ">" at pStart + len. */
-    bool m_Parse(char* pStart, int len);
+    bool m_Parse(char* pStart, int len) ZEL_REQUIRES(m_Lock);
     /**
      * Reads a thumbnail record from the comma after its type at pStart to its ">" at pStart + len.
      * One whose size takes the accounted size out of 32 bits is refused, or costs one that was read
      * before and claims more than the whole cache.
      */
-    bool m_ParseItem(char* pStart, int len);
+    bool m_ParseItem(char* pStart, int len) ZEL_REQUIRES(m_Lock);
     /** Reads a folder record from the comma after its type at pStart to its ">" at pStart + len. */
-    bool m_ParseFolderItem(char* pStart, int len);
+    bool m_ParseFolderItem(char* pStart, int len) ZEL_REQUIRES(m_Lock);
 
     // What the platform knows (known_devices.cpp)
     /** Learns the known devices and drops the data of all others. Always true. */
-    bool m_InitDeviceList();
+    bool m_InitDeviceList() ZEL_REQUIRES(m_Lock);
     /**
      * Finds the known devices of one kind.
      * @param deviceMap  is emptied and filled: storage id to mount path, or serial number to "ptp";
@@ -259,20 +264,20 @@ public:
      * @return false when the kind is unknown, there is no camera, or the database gives no filter
      */
     bool m_GetDeciveList(std::map<std::string, std::string>& deviceMap,
-                         zel_storage_device_type type);
+                         zel_storage_device_type type) ZEL_REQUIRES(m_Lock);
     /** Keeps a clone of each storage of the database in the std::vector<void*> at userData. */
     static bool s_GetStorageCallback(void* storage, void* userData);
 
     // What is gone (stale_data.cpp)
     /** Drops every folder, with its thumbnails, whose device is in neither map. Always true. */
     bool m_DelUnvalidData(std::map<std::string, std::string>& usbFlashMap,
-                          std::map<std::string, std::string>& ptpFlashMap);
+                          std::map<std::string, std::string>& ptpFlashMap) ZEL_REQUIRES(m_Lock);
 
-    // Directories (directories.cpp), no lock needed
+    // Directories (directories.cpp)
     bool m_CreateDir(std::string strDir);  ///< as CreateDir()
     bool m_RemoveDir(std::string strDir);  ///< as RemoveDir()
 
-    // Images (image_writers.cpp); arguments as for m_BmpSave, no lock needed
+    // Images (image_writers.cpp); arguments as for m_BmpSave
     /** Writes a thumbnail in the format of the cache, which is JPEG. */
     bool m_SaveThumb(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
                      const char* filename);
@@ -283,24 +288,26 @@ public:
     bool m_JpegSave(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
                     const char* filename);
 
-    // Written under m_Mutex, read by FlagCreate() without it.
+    // Written under the lock, read by FlagCreate() without it.
     std::atomic<bool> m_bIsCreated{false};
 
-    // The one lock of the engine, never taken twice on one path.
+    // The one lock of the engine, never taken twice on one path, and its name in the analysis.
     GMutex m_Mutex;
+    CZELLock m_Lock{m_Mutex};
 
-    // Guarded by m_Mutex.
-    std::map<std::string, std::string> m_MountPathMap;  ///< known USB storages: id to mount path
-    std::map<std::string, std::string> m_PtpDeviceMap;  ///< known cameras: serial number to "ptp"
-    std::string m_strCachePath;                         ///< path of the thumb file
-    int m_CacheSize = 0;           ///< sum of the sizes of the items, and the save's in progress
-    ItemList m_ThumbItemList;      ///< every thumbnail, oldest first
-    FolderList m_ThumbFolderList;  ///< every device folder
+    // Known USB storages, id to mount path, and known cameras, serial number to "ptp".
+    std::map<std::string, std::string> m_MountPathMap ZEL_GUARDED_BY(m_Lock);
+    std::map<std::string, std::string> m_PtpDeviceMap ZEL_GUARDED_BY(m_Lock);
+    // Path of the thumb file.
+    std::string m_strCachePath ZEL_GUARDED_BY(m_Lock);
+    // The sum of the sizes of the items, and of the save's in progress.
+    int m_CacheSize ZEL_GUARDED_BY(m_Lock) = 0;
+    // Every thumbnail, oldest first, and every device folder. The lock guards their fields as well.
+    ItemList m_ThumbItemList ZEL_GUARDED_BY(m_Lock);
+    FolderList m_ThumbFolderList ZEL_GUARDED_BY(m_Lock);
+    ZELThumbFileState m_ThumbFileState ZEL_GUARDED_BY(m_Lock);
 
-    // Guarded by m_Mutex.
-    ZELThumbFileState m_ThumbFileState;
-
-    // Guarded by m_WorkerMutex.
+    // Guarded by m_WorkerMutex, which the analysis does not know.
     std::mutex m_WorkerMutex;
     std::condition_variable m_WorkerFinished;
     int m_WorkerCount = 0;                          ///< workers that still use this object

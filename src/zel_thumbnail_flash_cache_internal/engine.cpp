@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "util/log.h"
-#include "util/mutex_guard.h"
 #include "zel_platform_media_content.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
@@ -56,9 +55,9 @@ void CZELThumbFlashCache::m_SetCachePath(std::string strCachePath) {
     }
     // Whoever holds the lock works with the earlier path, perhaps for seconds: the worker that
     // comes after takes the new one over.
-    if (g_mutex_trylock(&m_Mutex)) {
+    if (m_Lock.TryAcquire()) {
         m_TakeNextCachePath();
-        g_mutex_unlock(&m_Mutex);
+        m_Lock.Release();
     }
 }
 
@@ -91,7 +90,7 @@ void CZELThumbFlashCache::m_AwaitWorkers() {
 bool CZELThumbFlashCache::m_Create() {
     ZEL_LOG_INFO("start CZELThumbFlashCache::Create...\n");
     {
-        const CZELMutexGuard guard(m_Mutex);
+        const CZELMutexGuard guard(m_Lock);
         m_TakeNextCachePath();
         if (m_bIsCreated) {
             ZEL_LOG_INFO("Create m_bIsCreated is true###\n");

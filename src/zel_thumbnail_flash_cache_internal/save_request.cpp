@@ -7,7 +7,6 @@
 
 #include "bmp_header.h"
 #include "util/log.h"
-#include "util/mutex_guard.h"
 #include "util/size_arithmetic.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
@@ -52,7 +51,7 @@ private:
 
 bool CZELThumbFlashCache::SaveFlashFile(unsigned char* buffer, int xsize, int ysize,
                                         const char* filename, char* url, char* bufferPreset) try {
-    const CZELMutexGuard guard(m_Mutex);
+    const CZELMutexGuard guard(m_Lock);
     if (!m_bIsCreated) {
         ZEL_LOG_INFO("SaveFlashFile m_bIsCreated is false\n");
         return false;

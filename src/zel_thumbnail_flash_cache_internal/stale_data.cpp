@@ -5,7 +5,6 @@
 #include <unordered_set>
 
 #include "util/log.h"
-#include "util/mutex_guard.h"
 #include "util/size_arithmetic.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
@@ -69,7 +68,7 @@ bool CZELThumbFlashCache::m_DelUnvalidData(std::map<std::string, std::string>& u
 }
 
 bool CZELThumbFlashCache::m_RemoveStorage(std::string strMountPath) try {
-    const CZELMutexGuard guard(m_Mutex);
+    const CZELMutexGuard guard(m_Lock);
     if (m_MountPathMap.empty()) {
         ZEL_LOG_INFO("m_MountPathMap.size() <= 0###\n");
         return false;
