@@ -19,6 +19,7 @@
 
 #include "util/zel_intrusive_ptr_base.h"
 #include "zel_platform_storage.h"
+#include "zel_thumbnail_flash_cache_internal/thumb_file.h"
 #include "zel_thumbnail_flash_cache_internal/util/mutex_guard.h"
 #include "zel_thumbnail_flash_cache_internal/util/thread_annotations.h"
 
@@ -27,15 +28,6 @@ constexpr int ZEL_FLASH_CACHE_MAX = 104857600;
 
 /** The kind of device that a thumbnail or a folder belongs to, as it stands in the thumb file. */
 enum { DEVICE_TYPE_USB = 0, DEVICE_TYPE_PTP = 1 };
-
-/** What is known of the thumb file at the engine's path. A new one stands for another path. */
-struct ZELThumbFileState {
-    bool bIsRead = true;         ///< the lists hold all that the file held, so it may be rewritten
-    bool bEndIsWhole = false;    ///< it ends with a whole record, so that one may follow
-    bool bNeedsRewrite = false;  ///< what is appended would not be read, or would come too late
-    std::string strMissing;      ///< records that there was no room for, in their order
-    int damagedSizes = 0;        ///< thumbnails read that claim more than the whole cache
-};
 
 /** Holds the one instance of T. Not synchronised: see the public header for who may call when. */
 template <class T>
@@ -217,12 +209,8 @@ public:
      *         would lose what was not read
      */
     bool m_RefreshThumbFile() ZEL_REQUIRES(m_Lock);
-    enum class AppendResult { Appended, NotOpened, Short };
-    /**
-     * Appends the text of a record to the thumb file, behind those that there was no room for
-     * before, or nothing. What has no room is remembered for the next time, for which it needs
-     * memory unless enough is reserved; may then throw std::bad_alloc, with the file as it was.
-     */
+    using AppendResult = CZELThumbFile::AppendResult;
+    /** Appends the text of a record to the thumb file, after a rewrite where that is needed. */
     AppendResult m_AppendRecord(std::string_view record) ZEL_REQUIRES(m_Lock);
     /**
      * Appends an item's record. A short write is logged, undone and answers true: the record
@@ -305,7 +293,9 @@ public:
     // Every thumbnail, oldest first, and every device folder. The lock guards their fields as well.
     ItemList m_ThumbItemList ZEL_GUARDED_BY(m_Lock);
     FolderList m_ThumbFolderList ZEL_GUARDED_BY(m_Lock);
-    ZELThumbFileState m_ThumbFileState ZEL_GUARDED_BY(m_Lock);
+    // How many thumbnails were read that claim more than the whole cache.
+    int m_DamagedSizes ZEL_GUARDED_BY(m_Lock) = 0;
+    CZELThumbFile m_ThumbFile ZEL_GUARDED_BY(m_Lock){m_strCachePath};
 
     // Guarded by m_WorkerMutex, which the analysis does not know.
     std::mutex m_WorkerMutex;

@@ -65,7 +65,7 @@ void CZELThumbFlashCache::m_TakeNextCachePath() {
     const std::lock_guard<std::mutex> lock(m_WorkerMutex);
     if (m_strNextCachePath && *m_strNextCachePath != m_strCachePath) {
         m_strCachePath.swap(*m_strNextCachePath);
-        m_ThumbFileState = {};
+        m_ThumbFile.Forget();
     }
     m_strNextCachePath.reset();
 }
@@ -115,7 +115,7 @@ bool CZELThumbFlashCache::m_Create() {
             // throw away the data of devices that are there.
             ZEL_LOG_WARN("creation failed: %s", error.what());
             m_ResetState();
-            m_ThumbFileState.bIsRead = false;
+            m_ThumbFile.ForgetUnread();
             std::ignore = media_content_disconnect();  // nothing depends on it any more
             return false;
         }
@@ -131,7 +131,8 @@ void CZELThumbFlashCache::m_ResetState() {
     m_CacheSize = 0;
     m_ThumbItemList.clear();
     m_ThumbFolderList.clear();
-    m_ThumbFileState = {};
+    m_DamagedSizes = 0;
+    m_ThumbFile.Forget();
 }
 
 void CZELThumbFlashCache::m_Destroy() {

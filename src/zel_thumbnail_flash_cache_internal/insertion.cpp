@@ -59,8 +59,7 @@ bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> 
         newFolder.front()->Path = strFolder;
         newFolder.front()->Devicetype = pThumbItem->Devicetype;
     }
-    std::string& missing = m_ThumbFileState.strMissing;
-    missing.reserve(missing.size() + 2 * thumbFileRecordMaxLength);
+    m_ThumbFile.ReserveAppends(2);
 
     ZEL_LOG_INFO("Start");
     if (!m_SaveThumb(buffer, bufferPreset, xsize, ysize, filename)) {

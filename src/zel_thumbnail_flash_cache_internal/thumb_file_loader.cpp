@@ -1,14 +1,8 @@
-#include <fcntl.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
-#include <cstring>
 #include <iterator>
 #include <limits>
-#include <memory>
-#include <new>
-#include <string>
 #include <string_view>
 #include <tuple>
 #include <utility>
@@ -20,57 +14,6 @@
 #include "zel_thumbnail_flash_cache_internal.h"
 
 namespace {
-
-constexpr std::ptrdiff_t bufferSize = 1048577;
-constexpr std::ptrdiff_t firstReadSize = 1048576;
-constexpr std::ptrdiff_t nextReadSize = 1048575;
-
-// Finds the records in a buffer. Text that belongs to no record is passed over. A NUL before the
-// end of the next record ends the text, but for one right behind a ">", which goes with it.
-class RecordScan {
-public:
-    RecordScan(char* text, std::ptrdiff_t size) : m_Text(text), m_Size(size) {}
-
-    // The next record, from its "<" to its ">"; false when there is none that is complete.
-    bool Next(char*& start, int& length) {
-        while (m_Position < m_Size) {
-            const std::ptrdiff_t open = m_Find('<', m_Size);
-            const std::ptrdiff_t close = open < 0 ? -1 : m_Find('>', m_Size);
-            if (close < 0 || m_Find('\0', std::max(open, close)) >= 0) {
-                return false;
-            }
-            if (open < close) {
-                start = m_Text + open;
-                length = static_cast<int>(close - open);
-                m_Position = close + 2;  // the ">" and the CR after it
-                return true;
-            }
-            m_Position = open;
-        }
-        return false;
-    }
-
-    // Where the text begins that belongs to no record so far; past the end when there is none.
-    std::ptrdiff_t Position() const { return m_Position; }
-
-private:
-    std::ptrdiff_t m_Find(char wanted, std::ptrdiff_t end) const {
-        const void* found =
-            std::memchr(m_Text + m_Position, wanted, static_cast<std::size_t>(end - m_Position));
-        return found == nullptr ? -1 : static_cast<const char*>(found) - m_Text;
-    }
-
-    char* const m_Text;
-    const std::ptrdiff_t m_Size;
-    std::ptrdiff_t m_Position = 0;
-};
-
-// Whether a zero byte stands before the end of a text, other than the zeros that a power failure
-// leaves there.
-bool HidesItsEnd(std::string_view text) {
-    const std::size_t last = text.find_last_not_of('\0');
-    return last != std::string_view::npos && text.substr(0, last).find('\0') != text.npos;
-}
 
 bool IsDamagedSize(long size) { return size > ZEL_FLASH_CACHE_MAX; }
 
@@ -102,45 +45,17 @@ bool MakeRoomInSum(CZELThumbFlashCache::ItemList& items, int& cacheSize, int& da
 }  // namespace
 
 bool CZELThumbFlashCache::m_LoadThumbFile() {
-    // Without O_NONBLOCK a named pipe that nobody writes to would stop the start here.
-    CZELFileDescriptor file(open(m_strCachePath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    m_ThumbFileState = {};
-    m_ThumbFileState.bIsRead = false;
-    if (!file.IsOpen()) {
-        m_ThumbFileState.bIsRead = errno == ENOENT;
+    using Result = CZELThumbFile::LoadResult;
+    m_DamagedSizes = 0;
+    const Result result = m_ThumbFile.Load([this](char* start, int length) ZEL_REQUIRES(m_Lock) {
+        std::ignore = m_Parse(start, length);  // a bad record is logged there and passed over
+    });
+    if (result == Result::NotOpened) {
         ZEL_LOG_INFO("open %s fail , error =%d \n", m_strCachePath.c_str(), errno);
-        return false;
-    }
-    const std::unique_ptr<char[]> pBuf(new (std::nothrow) char[bufferSize]);
-    if (!pBuf) {
+    } else if (result == Result::NoMemory) {
         ZEL_LOG_INFO("malloc pBuf failed...\n");
-        return false;
     }
-    std::ptrdiff_t carried = 0;
-    std::ptrdiff_t readSize = firstReadSize;
-    bool bEndIsSeen = false;
-    while (readSize > 0) {
-        std::size_t count = 0;
-        m_ThumbFileState.bIsRead =
-            file.ReadUpTo(pBuf.get() + carried, static_cast<std::size_t>(readSize), count);
-        if (count == 0) {
-            bEndIsSeen = true;
-            break;
-        }
-        const std::ptrdiff_t held = carried + static_cast<std::ptrdiff_t>(count);
-        RecordScan records(pBuf.get(), held);
-        char* start = nullptr;
-        int length = 0;
-        while (records.Next(start, length)) {
-            std::ignore = m_Parse(start, length);  // a bad record is logged there and passed over
-        }
-        carried = std::max<std::ptrdiff_t>(held - records.Position(), 0);
-        std::memmove(pBuf.get(), pBuf.get() + (held - carried), static_cast<std::size_t>(carried));
-        readSize = nextReadSize - carried;
-    }
-    m_ThumbFileState.bNeedsRewrite =
-        !bEndIsSeen || HidesItsEnd({pBuf.get(), static_cast<std::size_t>(carried)});
-    return true;
+    return result == Result::Loaded;
 }
 
 bool CZELThumbFlashCache::m_Parse(char* pStart, int len) {
@@ -220,7 +135,7 @@ bool CZELThumbFlashCache::m_ParseItem(char* pStart, int len) {
         return false;
     }
     size = std::max(size, 0);
-    if (!MakeRoomInSum(m_ThumbItemList, m_CacheSize, m_ThumbFileState.damagedSizes, size)) {
+    if (!MakeRoomInSum(m_ThumbItemList, m_CacheSize, m_DamagedSizes, size)) {
         return false;
     }
     boost::intrusive_ptr<CZELFlashCacheItem> pItem(new CZELFlashCacheItem(path, url, size, type));

@@ -1,0 +1,135 @@
+#include "thumb_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <tuple>
+
+#include "thumb_file_end.h"
+#include "thumb_file_record.h"
+#include "thumb_file_scan.h"
+#include "util/file_descriptor.h"
+#include "util/replacement_file.h"
+
+namespace {
+
+constexpr mode_t newFileMode = 0666;
+constexpr std::ptrdiff_t bufferSize = 1048577;
+constexpr std::ptrdiff_t firstReadSize = 1048576;
+constexpr std::ptrdiff_t nextReadSize = 1048575;
+
+// Whether a zero byte stands before the end of a text, other than the zeros that a power failure
+// leaves there.
+bool HidesItsEnd(std::string_view text) {
+    const std::size_t last = text.find_last_not_of('\0');
+    return last != std::string_view::npos && text.substr(0, last).find('\0') != text.npos;
+}
+
+// Takes back the part of a record that was written.
+void CutBack(CZELFileDescriptor& file, std::size_t written) {
+    struct stat status {};
+    if (written > 0 && fstat(file.Get(), &status) == 0 && S_ISREG(status.st_mode)) {
+        // A part that stays after all is ended before the next append.
+        std::ignore = ftruncate(file.Get(), status.st_size - static_cast<off_t>(written));
+    }
+}
+
+}  // namespace
+
+CZELThumbFile::LoadResult CZELThumbFile::Load(const TakeRecord& takeRecord) {
+    ForgetUnread();
+    // Without O_NONBLOCK a named pipe that nobody writes to would stop the start here.
+    CZELFileDescriptor file(open(m_Path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!file.IsOpen()) {
+        m_State.bIsRead = errno == ENOENT;
+        return LoadResult::NotOpened;
+    }
+    const std::unique_ptr<char[]> pBuf(new (std::nothrow) char[bufferSize]);
+    if (!pBuf) {
+        return LoadResult::NoMemory;
+    }
+    std::ptrdiff_t carried = 0;
+    std::ptrdiff_t readSize = firstReadSize;
+    bool bEndIsSeen = false;
+    while (readSize > 0) {
+        std::size_t count = 0;
+        m_State.bIsRead =
+            file.ReadUpTo(pBuf.get() + carried, static_cast<std::size_t>(readSize), count);
+        if (count == 0) {
+            bEndIsSeen = true;
+            break;
+        }
+        const std::ptrdiff_t held = carried + static_cast<std::ptrdiff_t>(count);
+        CZELThumbFileScan records(pBuf.get(), held);
+        char* start = nullptr;
+        int length = 0;
+        while (records.Next(start, length)) {
+            takeRecord(start, length);
+        }
+        carried = std::max<std::ptrdiff_t>(held - records.Position(), 0);
+        std::memmove(pBuf.get(), pBuf.get() + (held - carried), static_cast<std::size_t>(carried));
+        readSize = nextReadSize - carried;
+    }
+    m_State.bNeedsRewrite =
+        !bEndIsSeen || HidesItsEnd({pBuf.get(), static_cast<std::size_t>(carried)});
+    return LoadResult::Loaded;
+}
+
+CZELThumbFile::AppendResult CZELThumbFile::Append(std::string_view record) {
+    CZELFileDescriptor file(
+        open(m_Path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, newFileMode));
+    if (!file.IsOpen()) {
+        return AppendResult::NotOpened;
+    }
+    if (NeedsRewrite()) {
+        return AppendResult::Short;  // the rewrite to come has the record from the lists
+    }
+    m_State.strMissing += record;
+    // Looked at once: what this process appends afterwards is whole.
+    const bool bEndIsWhole = m_State.bEndIsWhole || EndTornRecord(file);
+    m_State.bEndIsWhole = false;
+    if (!bEndIsWhole) {
+        return AppendResult::Short;
+    }
+    const std::size_t written = file.Write(m_State.strMissing);
+    if (written < m_State.strMissing.size()) {
+        CutBack(file, written);
+        return AppendResult::Short;
+    }
+    m_State.strMissing.clear();
+    if (!file.Close()) {
+        return AppendResult::Short;
+    }
+    m_State.bEndIsWhole = true;
+    return AppendResult::Appended;
+}
+
+void CZELThumbFile::ReserveAppends(std::size_t count) {
+    m_State.strMissing.reserve(m_State.strMissing.size() + count * thumbFileRecordMaxLength);
+}
+
+CZELThumbFile::RewriteResult CZELThumbFile::Rewrite(const WriteRecords& writeRecords) {
+    CZELReplacementFile file(m_Path);
+    if (!file.Open()) {
+        return RewriteResult::NotOpened;
+    }
+    m_State.bEndIsWhole = false;
+    if (!m_State.bIsRead) {
+        return RewriteResult::Unread;
+    }
+    if (writeRecords(file)) {
+        m_State.bEndIsWhole = true;
+        m_State.bNeedsRewrite = false;
+    } else if (!m_State.strMissing.empty()) {
+        // Some of the missing records may be of thumbnails that are gone.
+        m_State.bNeedsRewrite = true;
+    }
+    m_State.strMissing.clear();
+    return RewriteResult::Tried;
+}
