@@ -158,23 +158,58 @@ TEST_F(Faulty, shortMemoryIsAnsweredAndTold) {
     ASSERT_EQ(zel_create_thumbnail_flash_cache_param(&param), 1);
     ASSERT_EQ(zel_set_thumbnail_flash_cache_filename(param, "f"), 1);
     ASSERT_EQ(zel_set_thumbnail_flash_cache_url(param, "u"), 1);
-    char* text = nullptr;
-    const std::string record = "W Out of memory.", engineless = "|W no engine: std::bad_alloc",
-                      prefix = "I zel_thumbnail_flash_cache_";
+    char *text = nullptr, url[] = "/opt/storage/usb/sda1/a.png";
+    _zel_storage_s gone{"/opt/storage/usb/sda1"}, *storage = &gone;
+    Build();
+    Start();
+    Engine fresh;
+    Log();
+    std::string mount = gone.path;
+    const std::string record = "W Out of memory.", failed = " failed: std::bad_alloc",
+                      engineless = "|W no engine: std::bad_alloc",
+                      create = "I start CZELThumbFlashCache::Create";
     const std::pair<std::function<int()>, std::string> cases[] = {
         {[&] { return zel_create_thumbnail_flash_cache_param(&other); }, record},
         {[&] { return zel_get_thumbnail_flash_cache_filename(param, &text); }, record},
         {[&] { return zel_get_thumbnail_flash_cache_url(param, &text); }, record},
         {[&] { return zel_set_thumbnail_flash_cache_filename(param, "g"); }, record},
         {[&] { return zel_set_thumbnail_flash_cache_url(param, "v"); }, record},
-        {[&] { return zel_thumbnail_flash_cache_init("i"); }, prefix + "init" + engineless},
+        {[&] { return zel_thumbnail_flash_cache_init("i"); },
+         "I zel_thumbnail_flash_cache_init" + engineless},
         {[&] { return zel_thumbnail_flash_cache_save_file(param, pixels.data(), nullptr); },
-         prefix + "save_file" + engineless},
+         "I zel_thumbnail_flash_cache_save_file" + engineless},
+        {[&] { return engine->m_RefreshThumbFile(); },
+         "I m_RefreshThumbFile...~|W m_RefreshThumbFile" + failed},
+        {[&] { return engine->m_LoadThumbFile(); }, "I malloc pBuf failed...~"},
+        {[&] { return engine->Create(index.c_str()); },
+         "W failed to start the worker: std::bad_alloc"},
+        {[&] { return engine->m_BmpSave(pixels.data(), nullptr, 1, 1, gone.path); },
+         "W m_BmpSave" + failed},
+        {[&] { return engine->SaveFlashFile(pixels.data(), 1, 1, "/opt/a/a", url, {}); },
+         "I m_CheckUrl..filename[/opt/a/a], url[/opt/storage/usb/sda1/a.png]~|W save" + failed},
+        {[&] { return engine->m_RemoveStorage(std::move(mount)); }, "W m_RemoveStorage" + failed},
+        {[&] {
+             Engine::s_ZELUSBConnctedCallback(engine.get(), ZEL_STORAGE_EVENT_REMOVED, storage);
+             return 0;
+         },
+         "I s_USBConnctedCallback...~|I s_ZELUSBConnctedCallback event is [2]~|I device MountPath "
+         "= [/opt/storage/usb/sda1]###|W s_ZELUSBConnctedCallback" +
+             failed},
+        {[&] { return fresh.m_Create(); },
+         create + "...~|" + create +
+             "111...~|I start usb_device_init...~|I zel usb....~|I end usb_device_init2222...~|"
+             "I open  fail , error =2 ~|I end m_LoadThumbFile...~|"
+             "I [start to excute m_GetDeciveList]...~|"
+             "I  zel_get_usb_list has return to zel_get_usb_list |"
+             "I zel_get_usb_storage_list device type = [1]|"
+             "I device[0] MountPath = /opt/storage/usb/sda1|I USB Storage is Exist~|"
+             "W creation" +
+             failed},
     };
     for (const auto& [call, line] : cases) {
         SystemCalls script;
-        script.first = 1;
-        script.all = true;
+        for (const char* allocation : {"malloc", "memory", "strdup"})
+            script.refused[allocation] = ENOMEM;
         g_calls = &script;
         const int answer = call();
         g_calls = nullptr;

@@ -165,6 +165,7 @@ const std::map<std::string, Scenario::Command>& Scenario::Commands() {
          }},
         {"CreateDir", ofPath(&Engine::CreateDir)},
         {"RemoveDir", ofPath(&Engine::RemoveDir)},
+        {"m_RemoveThumb", ofPath(&Engine::m_RemoveThumb)},
         {"FileExist", ofPath(&Engine::FileExist)},
         // The platform
         {"usb", [](auto& self, auto words) { self.Attach(ZEL_STORAGE_DEVICE_TYPE_USB, words); }},
@@ -189,6 +190,7 @@ const std::map<std::string, Scenario::Command>& Scenario::Commands() {
              const auto result = [&](const char* call) {
                  return std::count(words.begin(), words.end(), call) == 0 ? 0 : -1;
              };
+             self.platform.passes = 0;
              self.platform.onConnect = [connect = result("connect")] { return connect; };
              self.platform.failingFilter = -result("filter1") - 2 * result("filter2");
              self.platform.disconnectResult = result("disconnect");

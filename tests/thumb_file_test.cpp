@@ -99,6 +99,9 @@ TEST_F(ThumbFile, recordsAreReadBackAsTheyAreOrRefused) {
     }
     EXPECT_GT(kept, 100);
     EXPECT_LT(kept, 300);
-    EXPECT_THAT(Log(), HasSubstr("I m_AddFolderItemToThumbFile record holds \" or > or NUL~|"
-                                 "I m_AddItemToThumbFile record holds \" or > or NUL~|"));
+    const std::string log = Log(), reason = " record holds \" or > or NUL~|";
+    EXPECT_THAT(log, HasSubstr("I m_AddFolderItemToThumbFile" + reason + "I m_AddItemToThumbFile" +
+                               reason));
+    EXPECT_THAT(log, HasSubstr("I m_RefreshThumbFile folder" + reason +
+                               "I m_RefreshThumbFile thumbnail" + reason));
 }
