@@ -75,7 +75,7 @@ TEST_F(LinuxPlatform, WhatIsKnownOfTheLastTimeStaysAsLongAsThereIsAConnection) {
     EXPECT_EQ(media_content_disconnect(), 0);
     replace_table(kStickB + kStick);
     const std::string both = database();
-    EXPECT_EQ(both, "B-UUID|/opt/storage/usb/b\n4D1C-9F07|/opt/storage/usb/a b\n");
+    EXPECT_EQ(both, "4D1C-9F07|/opt/storage/usb/a b\nB-UUID|/opt/storage/usb/b\n");
     fs::remove(table_);
     EXPECT_EQ(database(), both);
     EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_PTP), "|C1\n|C2\n");
@@ -83,7 +83,7 @@ TEST_F(LinuxPlatform, WhatIsKnownOfTheLastTimeStaysAsLongAsThereIsAConnection) {
     void* list = nullptr;
     EXPECT_EQ(zel_get_usb_list(ZEL_STORAGE_DEVICE_TYPE_USB, &list), 0);
     EXPECT_EQ(media_content_disconnect(), 0);
-    EXPECT_EQ(text_of(zel_storage_get_storage(1, list)), "/opt/storage/usb/a b|S1");
+    EXPECT_EQ(text_of(zel_storage_get_storage(0, list)), "/opt/storage/usb/a b|S1");
     EXPECT_EQ(zel_storage_list_destory(list), 0);
     EXPECT_NE(media_content_disconnect(), 0);
     testing::internal::CaptureStderr();
