@@ -263,7 +263,7 @@ class CommandTest(unittest.TestCase):
             re.sub(" +", " ", self.run_command("list i").stdout),
             "camera A\\B in /c/A\\B\nTHUMBNAIL BYTES\n/c/A\\B/a.jpg 104857600\n"
             "1 thumbnail, 104857600 bytes, 100.00 % of 104857600\n\n"
-            "usb D1 in /c/D1\nTHUMBNAIL BYTES\n/c/D1/\\?[31m??\udcffä.jpg 100\n/c/D1/b.jpg 23\n"
+            "usb D1 in /c/D1\nTHUMBNAIL BYTES\n/c/D1/\\?[31m??\\xffä.jpg 100\n/c/D1/b.jpg 23\n"
             "2 thumbnails, 123 bytes, 0.00 % of 104857600\n\n"
             "3 thumbnails, 104857723 bytes, 100.00 % of 104857600\n")
         self.assertEqual(json.loads(self.run_command("list i --json").stdout), {
@@ -273,6 +273,28 @@ class CommandTest(unittest.TestCase):
                             {"file": "/c/D1/\\\x1b[31m\t\x7f\ufffdä.jpg", "bytes": 100},
                             {"file": "/c/D1/b.jpg", "bytes": 23}]}],
             "thumbnails": 3, "bytes": 104857723, "ceiling": 104857600})
+
+        run = self.run_command("list i", env={**self.settings["env"], "LC_ALL": "C"})
+        self.assertIn(r"\xc3\xa4.jpg", run.stdout)
+
+    def test_picture_belongs_to_the_innermost_storage_that_holds_it(self):
+        namespace = ["unshare", "--map-root-user", "--mount"]
+        if subprocess.run([*namespace, "mount", "-t", "tmpfs", "none", "/opt"],
+                          check=False, capture_output=True).returncode != 0:
+            self.skipTest("not checked, since nothing may be mounted here")
+        self.attach("D1", "D1/D2", "D1b")
+        outer, inner, neighbour = (USB + path for path in ("D1/..a.png", "D1/D2/b.png", "D3/c.png"))
+        self.write({"script": f"""mount -t tmpfs none /opt; cp p.png {self.folder}/x.png
+            for file in {outer} {inner} {neighbour}
+            do mkdir -p ${{file%/*}}; cp p.png $file; done; exec "$@\"""".encode()})
+        run = subprocess.run(
+            [*namespace, "sh", "script", COMMAND, *"save --index i --cache c".split(), outer, inner,
+             neighbour, "x.png"], check=False, capture_output=True, timeout=60, **self.settings)
+        rows = table(run.stdout)
+        self.assertEqual(run.returncode, 1)
+        self.assertEqual(rows[outer][0], f"{self.folder}/c/D1/..a.jpg")
+        self.assertEqual(rows[inner][0], f"{self.folder}/c/D2/b.jpg")
+        self.assertRegex(run.stderr, rf"{neighbour}: on no storage.*\n.* x.png: on no storage")
 
     def test_devices(self):
         self.attach(r"A\040B", r"E\033[31m")

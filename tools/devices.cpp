@@ -1,14 +1,14 @@
 #include "commands.h"
-#include "report.h"
 #include "storages.h"
+#include "table.h"
 
 int PrintDevices(const Options&) {
     const auto or_dash = [](const std::string& text) { return text.empty() ? "-" : text; };
-    Table table = {{"KIND", "ID", "MOUNT PATH", "SERIAL"}};
+    Table table({{"KIND"}, {"ID"}, {"MOUNT PATH"}, {"SERIAL"}});
     for (const Storage& storage : ListStorages()) {
-        table.push_back(
+        table.AddRow(
             {storage.kind, or_dash(storage.id), or_dash(storage.mount), or_dash(storage.serial)});
     }
-    PrintTable(table);
+    table.Print();
     return 0;
 }

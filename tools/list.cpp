@@ -1,12 +1,11 @@
-#include <glib.h>
-
 #include <cstdio>
-#include <memory>
+#include <nlohmann/json.hpp>
+#include <utility>
 
 #include "commands.h"
 #include "index_reader.h"
 #include "report.h"
-#include "util/release.h"
+#include "table.h"
 
 namespace {
 
@@ -20,67 +19,45 @@ std::uintmax_t Bytes(const CachedFolder& folder) {
 
 void PrintText(const std::vector<CachedFolder>& folders) {
     for (const CachedFolder& folder : folders) {
-        Table table = {{"THUMBNAIL", "BYTES"}};
+        Table table({{"THUMBNAIL"}, {"BYTES", Alignment::kRight}});
         for (const CachedThumbnail& thumbnail : folder.thumbnails) {
-            table.push_back({thumbnail.file, std::to_string(thumbnail.bytes)});
+            table.AddRow({thumbnail.file, std::to_string(thumbnail.bytes)});
         }
         std::printf("%s %s in %s\n", folder.kind, Printable(folder.id).c_str(),
                     Printable(folder.path).c_str());
-        PrintTable(table);
+        table.Print();
         PrintTotal(folder.thumbnails.size(), Bytes(folder));
         std::printf("\n");
     }
 }
 
-// A text in its quotes; what is not UTF-8 becomes U+FFFD.
-std::string ToJson(const std::string& text) {
-    const CZELHandle<char, g_free> valid(
-        g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
-    std::string json = "\"";
-    for (const char* c = valid.get(); *c != '\0'; ++c) {
-        if (static_cast<unsigned char>(*c) < 0x20) {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(*c));
-            json += escape;
-            continue;
-        }
-        if (*c == '"' || *c == '\\') {
-            json += '\\';
-        }
-        json += *c;
-    }
-    return json + '"';
-}
-
-std::string ToJson(const CachedFolder& folder) {
-    std::string json = "{\"id\":" + ToJson(folder.id) + ",\"kind\":\"" + folder.kind +
-                       "\",\"path\":" + ToJson(folder.path) + ",\"thumbnails\":[";
-    const char* separator = "";
-    for (const CachedThumbnail& thumbnail : folder.thumbnails) {
-        json += separator;
-        json += "{\"file\":" + ToJson(thumbnail.file) +
-                ",\"bytes\":" + std::to_string(thumbnail.bytes) + "}";
-        separator = ",";
-    }
-    return json + "],\"bytes\":" + std::to_string(Bytes(folder)) + "}";
-}
-
+// What is not UTF-8 becomes U+FFFD.
 void PrintJson(const std::vector<CachedFolder>& folders, std::size_t thumbnails,
                std::uintmax_t bytes) {
-    std::printf("{\"devices\":[");
-    const char* separator = "\n";
+    using nlohmann::ordered_json;
+    ordered_json devices = ordered_json::array();
     for (const CachedFolder& folder : folders) {
-        std::printf("%s%s", separator, ToJson(folder).c_str());
-        separator = ",\n";
+        ordered_json files = ordered_json::array();
+        for (const CachedThumbnail& thumbnail : folder.thumbnails) {
+            files.push_back({{"file", thumbnail.file}, {"bytes", thumbnail.bytes}});
+        }
+        devices.push_back({{"id", folder.id},
+                           {"kind", folder.kind},
+                           {"path", folder.path},
+                           {"thumbnails", std::move(files)},
+                           {"bytes", Bytes(folder)}});
     }
-    std::printf("],\n\"thumbnails\":%zu,\"bytes\":%ju,\"ceiling\":%ju}\n", thumbnails, bytes,
-                kCacheCeiling);
+    const ordered_json index = {{"devices", std::move(devices)},
+                                {"thumbnails", thumbnails},
+                                {"bytes", bytes},
+                                {"ceiling", kCacheCeiling}};
+    std::printf("%s\n", index.dump(2, ' ', false, ordered_json::error_handler_t::replace).c_str());
 }
 
 }  // namespace
 
 int PrintIndex(const Options& options) {
-    const std::vector<CachedFolder> folders = ReadIndex(options.operands.front());
+    const std::vector<CachedFolder> folders = ReadIndex(options.index);
     std::size_t thumbnails = 0;
     std::uintmax_t bytes = 0;
     for (const CachedFolder& folder : folders) {

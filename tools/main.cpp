@@ -1,6 +1,5 @@
-#include <cerrno>
+#include <clocale>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <tuple>
 
@@ -8,6 +7,7 @@
 #include "report.h"
 
 int main(int argc, char** argv) {
+    std::ignore = std::setlocale(LC_CTYPE, "");  // else names are shown in ASCII
     int status = 1;
     try {
         const Options options = ParseOptions(argc, argv);

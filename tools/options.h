@@ -18,6 +18,7 @@ public:
 /** A checked command line. A text that was not given is empty. */
 struct Options {
     int (*run)(const Options&) = nullptr; /**< the command */
+    std::string text;                     /**< what --help or --version prints */
     std::string index;                    /**< path of the index */
     std::string cache;                    /**< folder that holds the devices' folders */
     std::string device;                   /**< id of the device that the pictures are on */

@@ -8,12 +8,6 @@
 
 namespace {
 
-// Characters of a UTF-8 text: every byte that does not continue a character.
-std::size_t Width(const std::string& text) {
-    return static_cast<std::size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
-}
-
 bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
 void PrintError(const std::string& text) {
@@ -25,26 +19,6 @@ void PrintError(const std::string& text) {
 std::string Printable(std::string text) {
     std::replace_if(text.begin(), text.end(), IsControl, '?');
     return text;
-}
-
-void PrintTable(const Table& table) {
-    std::vector<std::size_t> widths;
-    for (const auto& line : table) {
-        widths.resize(std::max(widths.size(), line.size()));
-        for (std::size_t column = 0; column < line.size(); ++column) {
-            widths[column] = std::max(widths[column], Width(line[column]));
-        }
-    }
-    for (const auto& line : table) {
-        std::string text;
-        for (std::size_t column = 0; column < line.size(); ++column) {
-            text += Printable(line[column]);
-            if (column + 1 < line.size()) {
-                text.append(widths[column] - Width(line[column]) + 2, ' ');
-            }
-        }
-        std::printf("%s\n", text.c_str());
-    }
 }
 
 void PrintTotal(std::size_t thumbnails, std::uintmax_t bytes) {

@@ -8,16 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <vector>
-
-/** The lines of a table, each with one text a column; the first line is the heading. */
-using Table = std::vector<std::vector<std::string>>;
 
 /** The most bytes that the thumbnails of a cache hold together. */
 constexpr std::uintmax_t kCacheCeiling = 104857600;
-
-/** Prints a table with its columns below one another. */
-void PrintTable(const Table& table);
 
 /** Prints how many thumbnails there are and how much of the cache they fill. */
 void PrintTotal(std::size_t thumbnails, std::uintmax_t bytes);

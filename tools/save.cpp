@@ -11,6 +11,7 @@
 #include "picture.h"
 #include "report.h"
 #include "storages.h"
+#include "table.h"
 
 namespace fs = std::filesystem;
 
@@ -160,7 +161,11 @@ private:
 
 // A thumbnail of this run may have been deleted to make room for a later one.
 void Print(const std::vector<Row>& rows) {
-    Table table = {{"SOURCE", "THUMBNAIL", "PIXELS", "BYTES", "STATE"}};
+    Table table({{"SOURCE"},
+                 {"THUMBNAIL"},
+                 {"PIXELS", Alignment::kRight},
+                 {"BYTES", Alignment::kRight},
+                 {"STATE"}});
     std::size_t thumbnails = 0;
     std::uintmax_t total = 0;
     for (const Row& row : rows) {
@@ -170,11 +175,11 @@ void Print(const std::vector<Row>& rows) {
             ++thumbnails;
             total += bytes;
         }
-        table.push_back({row.picture, row.thumbnail,
-                         std::to_string(row.size.width) + "x" + std::to_string(row.size.height),
-                         error ? "-" : std::to_string(bytes), error ? "evicted" : row.state});
+        table.AddRow({row.picture, row.thumbnail,
+                      std::to_string(row.size.width) + "x" + std::to_string(row.size.height),
+                      error ? "-" : std::to_string(bytes), error ? "evicted" : row.state});
     }
-    PrintTable(table);
+    table.Print();
     PrintTotal(thumbnails, total);
 }
 
