@@ -10,6 +10,7 @@
 #include <atomic>
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <condition_variable>
+#include <functional>
 #include <list>
 #include <map>
 #include <mutex>
@@ -196,6 +197,11 @@ public:
     bool m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem, std::string strId,
                       unsigned char* buffer, int xsize, int ysize, const char* filename,
                       char* bufferPreset) ZEL_REQUIRES(m_Lock);
+    /** An item's folder, to be listed when its image is there; none when it is listed already. */
+    FolderList m_MakeNewFolder(const std::string& strId, const CZELFlashCacheItem& item)
+        ZEL_REQUIRES(m_Lock);
+    /** Accounts for the size of an item's image file in place of the estimate. */
+    void m_AccountFile(CZELFlashCacheItem& item) ZEL_REQUIRES(m_Lock);
     /** Deletes the image file of an item. */
     bool m_DeleteItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem) ZEL_REQUIRES(m_Lock);
     /** Deletes one file. */
@@ -260,6 +266,10 @@ public:
     /** Drops every folder, with its thumbnails, whose device is in neither map. Always true. */
     bool m_DelUnvalidData(std::map<std::string, std::string>& usbFlashMap,
                           std::map<std::string, std::string>& ptpFlashMap) ZEL_REQUIRES(m_Lock);
+    void m_RemoveAllFolders() ZEL_REQUIRES(m_Lock);  ///< with all thumbnails
+    /** Drops the folders, with their thumbnails, whose id is not known. */
+    void m_RemoveFoldersUnless(const std::function<bool(const std::string& strId)>& isKnown)
+        ZEL_REQUIRES(m_Lock);
 
     // Directories (directories.cpp)
     bool m_CreateDir(std::string strDir);  ///< as CreateDir()

@@ -34,6 +34,31 @@ void CZELThumbFlashCache::m_ReserveSpace(long size) {
     std::ignore = m_RefreshThumbFile();
 }
 
+CZELThumbFlashCache::FolderList CZELThumbFlashCache::m_MakeNewFolder(
+    const std::string& strId, const CZELFlashCacheItem& item) {
+    const bool bIsKnown = std::any_of(
+        m_ThumbFolderList.begin(), m_ThumbFolderList.end(),
+        [&](const auto& folder) { return folder->Sid == strId && folder->Path == item.Path; });
+    FolderList newFolder;
+    if (!bIsKnown) {
+        newFolder.emplace_back(new CZELFlashCacheFolderItem(strId, item.Path, item.Devicetype));
+    }
+    return newFolder;
+}
+
+void CZELThumbFlashCache::m_AccountFile(CZELFlashCacheItem& item) {
+    struct stat status {};
+    if (stat(item.URL.c_str(), &status) != 0) {
+        return;
+    }
+    const int fileSize = HoldToInt32(status.st_size);
+    m_CacheSize = WrappingAdd(WrappingSubtract(m_CacheSize, item.Size), fileSize);
+    if (fileSize > 0) {
+        item.Size = fileSize;
+    }
+    ZEL_LOG_INFO("jepg size is %d, m_CacheSize end:%d\n", fileSize, m_CacheSize);
+}
+
 bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem,
                                        std::string strId, unsigned char* buffer, int xsize,
                                        int ysize, const char* filename, char* bufferPreset) {
@@ -41,24 +66,13 @@ bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> 
         ZEL_LOG_INFO("m_InsertItem pThumbItem is NULL###\n");
         return false;
     }
-    const std::string& strFolder = pThumbItem->Path;
-    if (strFolder.empty()) {
+    if (pThumbItem->Path.empty()) {
         ZEL_LOG_INFO("m_InsertItem strFolder is empty###\n");
         return false;
     }
 
     // All that needs memory comes before the image, so that no image is left without its record.
-    FolderList newFolder;
-    const bool bKnownFolder = std::any_of(
-        m_ThumbFolderList.begin(), m_ThumbFolderList.end(),
-        [&](const auto& folder) { return folder->Sid == strId && folder->Path == strFolder; });
-    if (!bKnownFolder) {
-        newFolder.push_back(
-            boost::intrusive_ptr<CZELFlashCacheFolderItem>(new CZELFlashCacheFolderItem));
-        newFolder.front()->Sid = std::move(strId);
-        newFolder.front()->Path = strFolder;
-        newFolder.front()->Devicetype = pThumbItem->Devicetype;
-    }
+    FolderList newFolder = m_MakeNewFolder(strId, *pThumbItem);
     m_ThumbFile.ReserveAppends(2);
 
     ZEL_LOG_INFO("Start");
@@ -66,21 +80,13 @@ bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> 
         ZEL_LOG_INFO("m_InsertItem m_JpegSave failed###\n");
         return false;
     }
-    struct stat status {};
-    if (stat(filename, &status) == 0) {
-        const int fileSize = HoldToInt32(status.st_size);
-        m_CacheSize = WrappingAdd(WrappingSubtract(m_CacheSize, pThumbItem->Size), fileSize);
-        if (fileSize > 0) {
-            pThumbItem->Size = fileSize;
-        }
-        ZEL_LOG_INFO("jepg size is %d, m_CacheSize end:%d\n", fileSize, m_CacheSize);
-    }
+    m_AccountFile(*pThumbItem);
     ZEL_LOG_INFO("End");
     if (!m_AddItemToThumbFile(pThumbItem)) {
         ZEL_LOG_INFO("m_InsertItem m_AddItemToThumbFile failed###\n");
-        // The item is of no more use, and its URL has the memory for the name. A file that stays is
-        // logged there; the save has failed either way.
-        std::ignore = m_RemoveThumb(std::move(pThumbItem->URL.assign(filename)));
+        // The URL is moved, as there may be no memory for a copy. A file that stays is logged
+        // there; the save has failed either way.
+        std::ignore = m_RemoveThumb(std::move(pThumbItem->URL));
         return false;
     }
     if (!newFolder.empty()) {

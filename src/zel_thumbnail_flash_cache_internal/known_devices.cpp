@@ -83,7 +83,11 @@ public:
     DatabasePass(const DatabasePass&) = delete;
     DatabasePass& operator=(const DatabasePass&) = delete;
 
+    // In place of what was read before.
     bool Read(media_storage_cb keepClone) {
+        if (m_Filter != nullptr) {
+            Release();
+        }
         // Now, when a shortage of memory ends the creation, rather than in the callback, where it
         // would make a storage appear to be gone.
         m_Storages.reserve(expectedStorages);
@@ -158,35 +162,38 @@ bool MatchStorages(const std::vector<_zel_storage_s*>& usblist, const std::vecto
     return bComplete;
 }
 
-// Reads the database until it knows every attached storage, a few times at most.
+// Reads the database until it knows every attached storage, a few times at most. False when it
+// gives no filter.
+bool FindStorages(const AttachedStorages& attached, DatabasePass& database,
+                  media_storage_cb keepClone, DeviceMap& deviceMap) {
+    bool bComplete = false;
+    int passes = 0;
+    for (; passes < maxPasses && !bComplete; ++passes) {
+        if (!database.Read(keepClone)) {
+            return false;
+        }
+        ZEL_LOG_INFO("m_GetStorageList storageListSize = %d ",
+                     static_cast<int>(database.Storages().size()));
+        deviceMap.clear();
+        bComplete = MatchStorages(attached.Storages(), database.Storages(), deviceMap);
+    }
+    if (passes == maxPasses) {
+        ZEL_LOG_INFO(" TimeOut Occured \n");
+    } else {
+        ZEL_LOG_INFO(" UsbScanning is Completed \n");
+    }
+    return true;
+}
+
 bool ScanUsb(AttachedStorages& attached, media_storage_cb keepClone, DeviceMap& deviceMap) {
     DatabasePass database;
     if (!attached.IsUsbPresent()) {
         ZEL_LOG_INFO("USB Storage Not is Exist\n");
-    } else {
-        int passes = 0;
-        for (bool bComplete = false; !bComplete;) {
-            if (!database.Read(keepClone)) {
-                database.Release();
-                ZEL_LOG_INFO("[m_GetStorageList] - failed to media_filter_create");
-                attached.Release();
-                return false;
-            }
-            ZEL_LOG_INFO("m_GetStorageList storageListSize = %d ",
-                         static_cast<int>(database.Storages().size()));
-            deviceMap.clear();
-            bComplete = MatchStorages(attached.Storages(), database.Storages(), deviceMap);
-            ++passes;
-            bComplete = bComplete || passes == maxPasses;
-            if (!bComplete) {
-                database.Release();
-            }
-        }
-        if (passes == maxPasses) {
-            ZEL_LOG_INFO(" TimeOut Occured \n");
-        } else {
-            ZEL_LOG_INFO(" UsbScanning is Completed \n");
-        }
+    } else if (!FindStorages(attached, database, keepClone, deviceMap)) {
+        database.Release();
+        ZEL_LOG_INFO("[m_GetStorageList] - failed to media_filter_create");
+        attached.Release();
+        return false;
     }
     attached.Release();
     database.Release();

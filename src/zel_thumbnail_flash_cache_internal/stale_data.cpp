@@ -30,26 +30,36 @@ bool CZELThumbFlashCache::m_DelUnvalidData(std::map<std::string, std::string>& u
     ZEL_LOG_INFO("usbFlashMap size= [%d],ptpFlashMap size= [%d]\n",
                  static_cast<int>(usbFlashMap.size()), static_cast<int>(ptpFlashMap.size()));
     if (usbFlashMap.empty() && ptpFlashMap.empty()) {
-        while (!m_ThumbFolderList.empty()) {
-            const std::string& path = m_ThumbFolderList.front()->Path;
-            ZEL_LOG_INFO("m_ThumbFolderList remove [%s]\n", path.c_str());
-            std::ignore = m_RemoveDir(path);  // logged there; the records go all the same
-            m_ThumbFolderList.pop_front();
-        }
-        RemoveItems(m_ThumbItemList, m_CacheSize, [](const auto&) { return true; });
-        std::ignore = m_RefreshThumbFile();  // logged there
-        return true;
+        m_RemoveAllFolders();
+    } else {
+        m_RemoveFoldersUnless([&](const std::string& strId) {
+            return usbFlashMap.count(strId) != 0 || ptpFlashMap.count(strId) != 0;
+        });
     }
+    return true;
+}
 
-    // The thumbnails of all stale folders go in one walk: an index may hold any number of folders.
+void CZELThumbFlashCache::m_RemoveAllFolders() {
+    while (!m_ThumbFolderList.empty()) {
+        const std::string& path = m_ThumbFolderList.front()->Path;
+        ZEL_LOG_INFO("m_ThumbFolderList remove [%s]\n", path.c_str());
+        std::ignore = m_RemoveDir(path);  // logged there; the records go all the same
+        m_ThumbFolderList.pop_front();
+    }
+    RemoveItems(m_ThumbItemList, m_CacheSize, [](const auto&) { return true; });
+    std::ignore = m_RefreshThumbFile();  // logged there
+}
+
+// The thumbnails of all stale folders go in one walk: an index may hold any number of folders.
+void CZELThumbFlashCache::m_RemoveFoldersUnless(
+    const std::function<bool(const std::string& strId)>& isKnown) {
     FolderList staleFolders;
     std::unordered_set<std::string_view> stalePaths;
     for (auto next = m_ThumbFolderList.begin(); next != m_ThumbFolderList.end();) {
         const auto folder = next++;
-        const std::string& sid = (*folder)->Sid;
         const std::string& path = (*folder)->Path;
-        ZEL_LOG_INFO("m_ThumbFolderList get id = [%s]\n", sid.c_str());
-        if (usbFlashMap.count(sid) != 0 || ptpFlashMap.count(sid) != 0) {
+        ZEL_LOG_INFO("m_ThumbFolderList get id = [%s]\n", (*folder)->Sid.c_str());
+        if (isKnown((*folder)->Sid)) {
             continue;
         }
         staleFolders.splice(staleFolders.end(), m_ThumbFolderList, folder);
@@ -64,7 +74,6 @@ bool CZELThumbFlashCache::m_DelUnvalidData(std::map<std::string, std::string>& u
                     [&](const auto& item) { return stalePaths.count(item.Path) != 0; });
         std::ignore = m_RefreshThumbFile();  // logged there
     }
-    return true;
 }
 
 bool CZELThumbFlashCache::m_RemoveStorage(std::string strMountPath) try {

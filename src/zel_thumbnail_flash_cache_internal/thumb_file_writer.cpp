@@ -13,21 +13,28 @@ namespace {
 
 static_assert(thumbFileRecordMaxLength <= CZELReplacementFile::maxPiece);
 
-// Puts the records of folders, or of thumbnails, into the new text of the index; those that could
-// not be read back are left out. False when the device is full or fails.
+// Puts a record into the new text of the index; one that could not be read back is left out. False
+// when the device is full or fails.
+template <class Record>
+bool PutRecord(const Record& record, CZELReplacementFile& file, const char* kind,
+               const char* writer) {
+    const std::size_t length = FormatThumbFileRecord(record, file.Room());
+    if (length == 0) {
+        ZEL_LOG_INFO("m_RefreshThumbFile %s record is too long\n", kind);
+    } else if (length == thumbFileRecordUnreadable) {
+        ZEL_LOG_INFO("m_RefreshThumbFile %s record holds \" or > or NUL\n", kind);
+    } else if (!file.Append(length)) {
+        ZEL_LOG_INFO("%s fwrite failed...\n", writer);
+        return false;
+    }
+    return true;
+}
+
 bool PutFolders(const CZELThumbFlashCache::FolderList& folders, CZELReplacementFile& file) {
     for (const auto& folder : folders) {
         if (folder->Sid.empty() || folder->Path.empty()) {
             ZEL_LOG_INFO("strSid or strPath is empty###\n");
-            continue;
-        }
-        const std::size_t length = FormatThumbFileRecord(*folder, file.Room());
-        if (length == 0) {
-            ZEL_LOG_INFO("m_RefreshThumbFile folder record is too long\n");
-        } else if (length == thumbFileRecordUnreadable) {
-            ZEL_LOG_INFO("m_RefreshThumbFile folder record holds \" or > or NUL\n");
-        } else if (!file.Append(length)) {
-            ZEL_LOG_INFO("m_RefreshThumbFile fwrite failed...\n");
+        } else if (!PutRecord(*folder, file, "folder", "m_RefreshThumbFile")) {
             return false;
         }
     }
@@ -36,16 +43,7 @@ bool PutFolders(const CZELThumbFlashCache::FolderList& folders, CZELReplacementF
 
 bool PutItems(const CZELThumbFlashCache::ItemList& items, CZELReplacementFile& file) {
     for (const auto& item : items) {
-        if (item->Path.empty()) {
-            continue;
-        }
-        const std::size_t length = FormatThumbFileRecord(*item, file.Room());
-        if (length == 0) {
-            ZEL_LOG_INFO("m_RefreshThumbFile thumbnail record is too long\n");
-        } else if (length == thumbFileRecordUnreadable) {
-            ZEL_LOG_INFO("m_RefreshThumbFile thumbnail record holds \" or > or NUL\n");
-        } else if (!file.Append(length)) {
-            ZEL_LOG_INFO("m_AddItemToThumbFile fwrite failed...\n");
+        if (!item->Path.empty() && !PutRecord(*item, file, "thumbnail", "m_AddItemToThumbFile")) {
             return false;
         }
     }
