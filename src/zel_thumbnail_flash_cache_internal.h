@@ -104,10 +104,10 @@ public:
      * an earlier worker or a save holds the lock, the path is set when the new worker has it.
      * @return false when the path is null or no thread can be started
      */
-    bool Create(const char* strCachePath) ZEL_EXCLUDES(m_Lock);
+    [[nodiscard]] bool Create(const char* strCachePath) ZEL_EXCLUDES(m_Lock);
 
     /** Whether the engine is ready. */
-    bool FlagCreate();
+    [[nodiscard]] bool FlagCreate();
 
     /**
      * Stores one thumbnail, all within one hold of the lock.
@@ -118,8 +118,9 @@ public:
      * @return false when the engine is not ready, the request is invalid or memory is short; for a
      *         URL that is neither USB nor camera whether the file was written; otherwise true
      */
-    bool SaveFlashFile(unsigned char* buffer, int xsize, int ysize, const char* filename, char* url,
-                       char* bufferPreset) ZEL_EXCLUDES(m_Lock);
+    [[nodiscard]] bool SaveFlashFile(unsigned char* buffer, int xsize, int ysize,
+                                     const char* filename, char* url, char* bufferPreset)
+        ZEL_EXCLUDES(m_Lock);
 
     /**
      * Drops everything that belongs to the USB storage that was mounted there: its folder with all
@@ -127,7 +128,7 @@ public:
      * that path the first by id goes.
      * @return false when no USB storage is known at all
      */
-    bool m_RemoveStorage(std::string strMountPath) ZEL_EXCLUDES(m_Lock);
+    [[nodiscard]] bool m_RemoveStorage(std::string strMountPath) ZEL_EXCLUDES(m_Lock);
 
     /**
      * To be registered for storage events with the engine as user data: on event 2 drops what
@@ -137,33 +138,33 @@ public:
                                          _zel_storage_s*& storage);
 
     /** Whether the process may read the file or directory of that name. */
-    bool FileExist(const char* fileName);
+    [[nodiscard]] bool FileExist(const char* fileName);
 
     /** Makes one directory with mode 0777; true when it is there afterwards. */
-    bool CreateDir(const char* dirName);
+    [[nodiscard]] bool CreateDir(const char* dirName);
 
     /** Removes a directory with everything in it, or a file. */
-    bool RemoveDir(const char* dirName);
+    [[nodiscard]] bool RemoveDir(const char* dirName);
 
     /**
      * Finds the known USB storages, as creation does.
      * @param deviceMap  is emptied and filled when USB storages are listed: id to mount path
      * @return false when the database gives no filter
      */
-    bool m_GetStorageList(std::map<std::string, std::string>& deviceMap);
+    [[nodiscard]] bool m_GetStorageList(std::map<std::string, std::string>& deviceMap);
 
     /**
      * Writes an uncompressed 32-bit BMP file.
      * @return false when the directory is missing or the file cannot be opened or its header not be
      *         written; a pixel row or preset block that is cut short goes unnoticed
      */
-    bool m_BmpSave(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
-                   const char* filename);
+    [[nodiscard]] bool m_BmpSave(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
+                                 const char* filename);
 
     // ---- The engine's own ----
 
     // Start and stop (engine.cpp)
-    bool m_Create() ZEL_EXCLUDES(m_Lock);  ///< makes the engine ready
+    [[nodiscard]] bool m_Create() ZEL_EXCLUDES(m_Lock);  ///< makes the engine ready
     /** The first half of destruction; nobody else has the object any more. */
     void m_Destroy() ZEL_NO_THREAD_SAFETY_ANALYSIS;
     void m_ResetState() ZEL_REQUIRES(m_Lock);  ///< back to an empty cache
@@ -180,8 +181,9 @@ public:
      * Classifies a request: 0 for USB, 1 for a camera, 2 for neither, 3 for an invalid one. Fills
      * the folder and the device id for 0 and 1, and the mount path for 0.
      */
-    int m_CheckUrl(unsigned char* buffer, const char* filename, char* url, std::string& strFolder,
-                   std::string& strId, std::string& strMountPath);
+    [[nodiscard]] int m_CheckUrl(unsigned char* buffer, const char* filename, char* url,
+                                 std::string& strFolder, std::string& strId,
+                                 std::string& strMountPath);
 
     // Storing one thumbnail (insertion.cpp)
     /** Adds a new thumbnail's estimate to the accounted size and evicts the oldest above the
@@ -194,18 +196,19 @@ public:
      * @param filename    the same as the item's URL
      * @return true when the image and the item's record were written
      */
-    bool m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem, std::string strId,
-                      unsigned char* buffer, int xsize, int ysize, const char* filename,
-                      char* bufferPreset) ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] bool m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem,
+                                    std::string strId, unsigned char* buffer, int xsize, int ysize,
+                                    const char* filename, char* bufferPreset) ZEL_REQUIRES(m_Lock);
     /** An item's folder, to be listed when its image is there; none when it is listed already. */
-    FolderList m_MakeNewFolder(const std::string& strId, const CZELFlashCacheItem& item)
-        ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] FolderList m_MakeNewFolder(const std::string& strId,
+                                             const CZELFlashCacheItem& item) ZEL_REQUIRES(m_Lock);
     /** Accounts for the size of an item's image file in place of the estimate. */
     void m_AccountFile(CZELFlashCacheItem& item) ZEL_REQUIRES(m_Lock);
     /** Deletes the image file of an item. */
-    bool m_DeleteItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem) ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] bool m_DeleteItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem)
+        ZEL_REQUIRES(m_Lock);
     /** Deletes one file. */
-    bool m_RemoveThumb(std::string strFile);
+    [[nodiscard]] bool m_RemoveThumb(std::string strFile);
 
     // The index (thumb_file_writer.cpp)
     /**
@@ -214,20 +217,20 @@ public:
      * @return false when the file cannot be opened, or when it could not be read whole before and
      *         would lose what was not read
      */
-    bool m_RefreshThumbFile() ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] bool m_RefreshThumbFile() ZEL_REQUIRES(m_Lock);
     using AppendResult = CZELThumbFile::AppendResult;
     /** Appends the text of a record to the thumb file, after a rewrite where that is needed. */
-    AppendResult m_AppendRecord(std::string_view record) ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] AppendResult m_AppendRecord(std::string_view record) ZEL_REQUIRES(m_Lock);
     /**
      * Appends an item's record. A short write is logged, undone and answers true: the record
      * follows with the next one, or with a rewrite.
      * @return false when the record could not be read back as it is, or the file not be opened
      */
-    bool m_AddItemToThumbFile(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem)
+    [[nodiscard]] bool m_AddItemToThumbFile(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem)
         ZEL_REQUIRES(m_Lock);
     /** Appends a folder's record, in the same way. */
-    bool m_AddFolderItemToThumbFile(boost::intrusive_ptr<CZELFlashCacheFolderItem> pThumbFolderItem)
-        ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] bool m_AddFolderItemToThumbFile(
+        boost::intrusive_ptr<CZELFlashCacheFolderItem> pThumbFolderItem) ZEL_REQUIRES(m_Lock);
 
     // Reading the index (thumb_file_loader.cpp)
     /**
@@ -236,55 +239,56 @@ public:
      * @return false when it cannot be opened or there is no memory for the buffer
      * Throws std::bad_alloc when there is none for a record; those before it are in the lists.
      */
-    bool m_LoadThumbFile() ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] bool m_LoadThumbFile() ZEL_REQUIRES(m_Lock);
     /** Reads one record from its "<" at pStart to its ">" at pStart + len. */
-    bool m_Parse(char* pStart, int len) ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] bool m_Parse(char* pStart, int len) ZEL_REQUIRES(m_Lock);
     /**
      * Reads a thumbnail record from the comma after its type at pStart to its ">" at pStart + len.
      * One whose size takes the accounted size out of 32 bits is refused, or costs one that was read
      * before and claims more than the whole cache.
      */
-    bool m_ParseItem(char* pStart, int len) ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] bool m_ParseItem(char* pStart, int len) ZEL_REQUIRES(m_Lock);
     /** Reads a folder record from the comma after its type at pStart to its ">" at pStart + len. */
-    bool m_ParseFolderItem(char* pStart, int len) ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] bool m_ParseFolderItem(char* pStart, int len) ZEL_REQUIRES(m_Lock);
 
     // What the platform knows (known_devices.cpp)
     /** Learns the known devices and drops the data of all others. Always true. */
-    bool m_InitDeviceList() ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] bool m_InitDeviceList() ZEL_REQUIRES(m_Lock);
     /**
      * Finds the known devices of one kind.
      * @param deviceMap  is emptied and filled: storage id to mount path, or serial number to "ptp";
      *                   stays as it is when no USB storage is listed or the kind is unknown
      * @return false when the kind is unknown, there is no camera, or the database gives no filter
      */
-    bool m_GetDeciveList(std::map<std::string, std::string>& deviceMap,
-                         zel_storage_device_type type) ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] bool m_GetDeciveList(std::map<std::string, std::string>& deviceMap,
+                                       zel_storage_device_type type) ZEL_REQUIRES(m_Lock);
     /** Keeps a clone of each storage of the database in the std::vector<void*> at userData. */
-    static bool s_GetStorageCallback(void* storage, void* userData);
+    [[nodiscard]] static bool s_GetStorageCallback(void* storage, void* userData);
 
     // What is gone (stale_data.cpp)
     /** Drops every folder, with its thumbnails, whose device is in neither map. Always true. */
-    bool m_DelUnvalidData(std::map<std::string, std::string>& usbFlashMap,
-                          std::map<std::string, std::string>& ptpFlashMap) ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] bool m_DelUnvalidData(std::map<std::string, std::string>& usbFlashMap,
+                                        std::map<std::string, std::string>& ptpFlashMap)
+        ZEL_REQUIRES(m_Lock);
     void m_RemoveAllFolders() ZEL_REQUIRES(m_Lock);  ///< with all thumbnails
     /** Drops the folders, with their thumbnails, whose id is not known. */
     void m_RemoveFoldersUnless(const std::function<bool(const std::string& strId)>& isKnown)
         ZEL_REQUIRES(m_Lock);
 
     // Directories (directories.cpp)
-    bool m_CreateDir(std::string strDir);  ///< as CreateDir()
-    bool m_RemoveDir(std::string strDir);  ///< as RemoveDir()
+    [[nodiscard]] bool m_CreateDir(std::string strDir);  ///< as CreateDir()
+    [[nodiscard]] bool m_RemoveDir(std::string strDir);  ///< as RemoveDir()
 
     // Images (image_writers.cpp); arguments as for m_BmpSave
     /** Writes a thumbnail in the format of the cache, which is JPEG. */
-    bool m_SaveThumb(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
-                     const char* filename);
+    [[nodiscard]] bool m_SaveThumb(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
+                                   const char* filename);
     /**
      * Writes a JPEG file of quality 100. A regular file that cannot be completed is removed; a
      * width or height outside 1 to 65,500 pixels is refused before the file is touched.
      */
-    bool m_JpegSave(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
-                    const char* filename);
+    [[nodiscard]] bool m_JpegSave(unsigned char* buffer, char* bufferPreset, int xsize, int ysize,
+                                  const char* filename);
 
     // Written under the lock, read by FlagCreate() without it.
     std::atomic<bool> m_bIsCreated{false};

@@ -28,7 +28,7 @@ public:
      * @param pixels  the thumbnail, only read
      * @return whether the cache took it; the file may still be missing
      */
-    bool Save(const std::string& file, const std::string& url, Pixels& pixels) const;
+    [[nodiscard]] bool Save(const std::string& file, const std::string& url, Pixels& pixels) const;
 };
 
 #endif

@@ -28,6 +28,6 @@ struct CachedFolder {
  * then the folders of thumbnails that have no recorded folder.
  * Throws std::system_error when the file is missing or cannot be read.
  */
-std::vector<CachedFolder> ReadIndex(const std::string& index);
+[[nodiscard]] std::vector<CachedFolder> ReadIndex(const std::string& index);
 
 #endif

@@ -30,6 +30,6 @@ struct Options {
 };
 
 /** Reads a command line. Throws UsageError. */
-Options ParseOptions(int argc, char** argv);
+[[nodiscard]] Options ParseOptions(int argc, char** argv);
 
 #endif

@@ -25,9 +25,9 @@ struct Pixels {
  * it down to fit into box x box pixels; a smaller picture keeps its size.
  * Throws std::runtime_error with the reason when the file is not a picture.
  */
-Pixels DecodePicture(const std::string& file, int box);
+[[nodiscard]] Pixels DecodePicture(const std::string& file, int box);
 
 /** The size of the picture in a file as the file's header states it, 0 x 0 when it has none. */
-PixelSize ReadPictureSize(const std::string& file);
+[[nodiscard]] PixelSize ReadPictureSize(const std::string& file);
 
 #endif

@@ -20,6 +20,6 @@ struct Storage {
  * Lists the attached storages, USB first.
  * Throws std::runtime_error when the media-content database does not answer.
  */
-std::vector<Storage> ListStorages();
+[[nodiscard]] std::vector<Storage> ListStorages();
 
 #endif

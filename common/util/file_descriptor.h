@@ -27,11 +27,11 @@ public:
         return *this;
     }
 
-    bool IsOpen() const { return m_Descriptor >= 0; }
-    int Get() const { return m_Descriptor; }
+    [[nodiscard]] bool IsOpen() const { return m_Descriptor >= 0; }
+    [[nodiscard]] int Get() const { return m_Descriptor; }
 
     /** Writes a text; the bytes written, fewer than its length when the device is full or fails. */
-    std::size_t Write(std::string_view text) {
+    [[nodiscard]] std::size_t Write(std::string_view text) {
         std::size_t written = 0;
         while (written < text.size()) {
             const ssize_t count = write(m_Descriptor, text.data() + written, text.size() - written);
@@ -49,7 +49,7 @@ public:
      * @param held  receives the number of bytes read, also on failure
      * @return false when the device fails
      */
-    bool ReadUpTo(char* buffer, std::size_t size, std::size_t& held) {
+    [[nodiscard]] bool ReadUpTo(char* buffer, std::size_t size, std::size_t& held) {
         held = 0;
         while (held < size) {
             const ssize_t count = read(m_Descriptor, buffer + held, size - held);
@@ -65,7 +65,9 @@ public:
     }
 
     /** Closes the descriptor if it is open; false when a failed write is reported only now. */
-    bool Close() { return m_Descriptor < 0 || close(std::exchange(m_Descriptor, -1)) == 0; }
+    [[nodiscard]] bool Close() {
+        return m_Descriptor < 0 || close(std::exchange(m_Descriptor, -1)) == 0;
+    }
 
 private:
     int m_Descriptor = -1;

@@ -24,7 +24,7 @@ struct Camera {
  * Asks udev for the cameras.
  * @throw std::exception when a device cannot be read, or memory is short
  */
-std::vector<Camera> list_cameras();
+[[nodiscard]] std::vector<Camera> list_cameras();
 
 }  // namespace zel::platform
 

@@ -17,7 +17,7 @@ using DevicesByPath = std::map<std::string, dev_t>;
 
 /** The file that stands in for the kernel's mount table, in the format of the kernel's mountinfo:
  * the value of the environment variable ZEL_MOUNTINFO, or null when that is not set or empty. */
-const char* mount_table_replacement();
+[[nodiscard]] const char* mount_table_replacement();
 
 /**
  * Reads the mount table, all of it.

@@ -22,11 +22,11 @@ public:
     virtual ~MountWatch() = default;
 
     /** The file descriptor that becomes readable when there is a notification. */
-    virtual int descriptor() const = 0;
+    [[nodiscard]] virtual int descriptor() const = 0;
 
     /** Takes all notifications that wait. @return whether one of them says that the table changed
      */
-    virtual bool take_notifications() = 0;
+    [[nodiscard]] virtual bool take_notifications() = 0;
 };
 
 }  // namespace zel::platform

@@ -38,7 +38,7 @@ public:
     CopiedText& operator=(const CopiedText&) = delete;
 
     /** A copy to be released with free(); null when memory is short for the second time. */
-    char* copy() const;
+    [[nodiscard]] char* copy() const;
 
 private:
     const std::string text_;
@@ -83,20 +83,20 @@ using SnapshotPointer = boost::intrusive_ptr<Snapshot>;
  * @return false, and a line of log, when anything about it fails: what then looked like an empty
  *         machine would cost the thumbnails of every device
  */
-bool connect_devices() noexcept;
+[[nodiscard]] bool connect_devices() noexcept;
 
 /** Closes a connection; false when there is none. */
-bool disconnect_devices() noexcept;
+[[nodiscard]] bool disconnect_devices() noexcept;
 
 /** Whether there is a connection. */
-bool is_connected() noexcept;
+[[nodiscard]] bool is_connected() noexcept;
 
 /**
  * The devices attached now; while there is a connection and they cannot be listed, with a line of
  * log, those of the last time.
  * @return null when there are neither
  */
-SnapshotPointer attached_devices() noexcept;
+[[nodiscard]] SnapshotPointer attached_devices() noexcept;
 
 }  // namespace zel::platform
 

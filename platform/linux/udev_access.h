@@ -32,13 +32,13 @@ UdevDevice found_device(udev_device* device);
  * @return its value, or an empty string
  * @throw std::exception when the device cannot be read
  */
-std::string udev_property(udev_device* device, const char* name);
+[[nodiscard]] std::string udev_property(udev_device* device, const char* name);
 
 /** An attribute of a device in the kernel's own tree, or an empty string. @throw likewise */
-std::string udev_attribute(udev_device* device, const char* name);
+[[nodiscard]] std::string udev_attribute(udev_device* device, const char* name);
 
 /** The kind of a device within its subsystem, or an empty string. @throw likewise */
-std::string udev_kind(udev_device* device);
+[[nodiscard]] std::string udev_kind(udev_device* device);
 
 /**
  * Whether what udev finds out about a device can be known: it has looked at it, or does not run at
@@ -46,7 +46,7 @@ std::string udev_kind(udev_device* device);
  * @param device  not null
  * @throw std::exception when the device cannot be read
  */
-bool is_probed(udev_device* device);
+[[nodiscard]] bool is_probed(udev_device* device);
 
 }  // namespace zel::platform
 

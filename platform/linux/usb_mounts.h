@@ -34,7 +34,7 @@ struct UsbMount {
  * @return the mounts in the order of their paths
  * @throw std::exception when the table or a device cannot be read, or memory is short
  */
-std::vector<UsbMount> list_usb_mounts();
+[[nodiscard]] std::vector<UsbMount> list_usb_mounts();
 
 }  // namespace zel::platform
 

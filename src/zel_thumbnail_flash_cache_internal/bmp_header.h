@@ -10,7 +10,7 @@
 using BmpHeader = std::array<unsigned char, 54>;
 
 /** The bytes of the file of a picture, wrapped to 32 bits. */
-int BmpFileSize(int xsize, int ysize);
+[[nodiscard]] int BmpFileSize(int xsize, int ysize);
 
 /** The header of the file of a picture. */
 BmpHeader MakeBmpHeader(int xsize, int ysize);

@@ -27,13 +27,13 @@ public:
     CZELImageFile& operator=(const CZELImageFile&) = delete;
 
     /** False, with the reason in errno, right after an opening that has failed. */
-    bool IsOpen() const { return m_File.IsOpen(); }
+    [[nodiscard]] bool IsOpen() const { return m_File.IsOpen(); }
 
     /** For an encoder to fill, as long as nothing that was appended waits in it. */
-    Buffer& GetBuffer() { return m_Buffer; }
+    [[nodiscard]] Buffer& GetBuffer() { return m_Buffer; }
 
     /** Writes that many bytes that an encoder has put into the buffer; false as for Flush(). */
-    bool WriteBuffer(std::size_t size) { return m_Write(m_Buffer.data(), size); }
+    [[nodiscard]] bool WriteBuffer(std::size_t size) { return m_Write(m_Buffer.data(), size); }
 
     /** Adds bytes through the buffer. Whether the device takes them shows with the next Flush(). */
     void Append(const void* bytes, std::size_t size);
@@ -43,7 +43,7 @@ public:
      * @return false when the device did not take all that was written so far; then nothing more
      *         reaches the file
      */
-    bool Flush();
+    [[nodiscard]] bool Flush();
 
     /**
      * Removes a file that cannot be completed. Only a regular file goes, never a device node;
@@ -52,7 +52,7 @@ public:
     void Remove();
 
 private:
-    bool m_Write(const void* bytes, std::size_t size);
+    [[nodiscard]] bool m_Write(const void* bytes, std::size_t size);
 
     const char* const m_Filename;
     CZELFileDescriptor m_File;

@@ -23,6 +23,7 @@ struct JpegError {
  * @param error   receives the reason of a failure
  * @return false when memory is short or the device does not take it all
  */
-bool EncodeJpeg(CZELImageFile& file, unsigned char* buffer, int xsize, int ysize, JpegError& error);
+[[nodiscard]] bool EncodeJpeg(CZELImageFile& file, unsigned char* buffer, int xsize, int ysize,
+                              JpegError& error);
 
 #endif

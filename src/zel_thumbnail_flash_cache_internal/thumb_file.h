@@ -38,10 +38,10 @@ public:
      * Hands over all records of the file, of which only one has to be in memory at a time. After
      * NotOpened the reason is in errno. Passes on what is thrown by the taker.
      */
-    LoadResult Load(const TakeRecord& takeRecord);
+    [[nodiscard]] LoadResult Load(const TakeRecord& takeRecord);
 
     /** Whether what is appended would not be read, or come too late, without a rewrite before. */
-    bool NeedsRewrite() const { return m_State.bNeedsRewrite && m_State.bIsRead; }
+    [[nodiscard]] bool NeedsRewrite() const { return m_State.bNeedsRewrite && m_State.bIsRead; }
 
     enum class AppendResult { Appended, NotOpened, Short };
     /**
@@ -49,7 +49,7 @@ public:
      * is remembered for the next time, for which it needs memory unless enough is reserved; may
      * then throw std::bad_alloc, with the file as it was.
      */
-    AppendResult Append(std::string_view record);
+    [[nodiscard]] AppendResult Append(std::string_view record);
 
     /** Lets so many of the next calls of Append() need no memory, or throws std::bad_alloc. */
     void ReserveAppends(std::size_t count);
@@ -61,7 +61,7 @@ public:
      * Replaces the text of the file; keeps the old one where that fails, and where it holds what
      * nobody has read.
      */
-    RewriteResult Rewrite(const WriteRecords& writeRecords);
+    [[nodiscard]] RewriteResult Rewrite(const WriteRecords& writeRecords);
 
 private:
     struct State {

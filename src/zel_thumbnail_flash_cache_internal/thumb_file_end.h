@@ -12,6 +12,6 @@
  * and puts the end of a record behind a part of one, which would swallow the next record otherwise.
  * @return false when that cannot be made sure of
  */
-bool EndTornRecord(CZELFileDescriptor& file);
+[[nodiscard]] bool EndTornRecord(CZELFileDescriptor& file);
 
 #endif

@@ -34,9 +34,10 @@ constexpr std::size_t thumbFileRecordUnreadable = static_cast<std::size_t>(-1);
  * @return its length; 0 when it is too long for the file, or thumbFileRecordUnreadable when it
  * could not be read back as it is
  */
-std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item, char* text);
-std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder,
-                                  char* text);
+[[nodiscard]] std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item,
+                                                char* text);
+[[nodiscard]] std::size_t FormatThumbFileRecord(
+    const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder, char* text);
 
 /**
  * Reads the text of a record from left to right. Looks at nothing but the text it is given, which
@@ -47,7 +48,7 @@ public:
     explicit CZELThumbFileCursor(std::string_view text) : m_Rest(text) {}
 
     /** Steps over a text that must come next; false when it does not. */
-    bool Step(std::string_view expected) {
+    [[nodiscard]] bool Step(std::string_view expected) {
         if (m_Rest.substr(0, expected.size()) != expected) {
             return false;
         }
@@ -62,7 +63,7 @@ public:
      * Takes the characters up to a closing one, which must follow, and steps over both.
      * @param value  receives at least one character; valid as long as the record
      */
-    bool TakeUntil(char end, std::string_view& value) {
+    [[nodiscard]] bool TakeUntil(char end, std::string_view& value) {
         const std::size_t length = m_Rest.find(end);
         if (length == std::string_view::npos || length == 0) {
             return false;
@@ -78,10 +79,10 @@ public:
      * non-digit, is 0 without digits and is held to 32 bits.
      * @return false when the text is empty or has more than 10 characters
      */
-    bool TakeNumber(char end, int& number);
+    [[nodiscard]] bool TakeNumber(char end, int& number);
 
     /** What is still to be read. */
-    std::string_view Rest() const { return m_Rest; }
+    [[nodiscard]] std::string_view Rest() const { return m_Rest; }
 
 private:
     std::string_view m_Rest;
@@ -92,6 +93,6 @@ private:
  * @param text  not empty
  * @return false when that is neither "0" nor "1"
  */
-bool ParseThumbFileDeviceType(std::string_view text, int& type);
+[[nodiscard]] bool ParseThumbFileDeviceType(std::string_view text, int& type);
 
 #endif

@@ -18,7 +18,7 @@ public:
     CZELThumbFileScan(char* text, std::ptrdiff_t size) : m_Text(text), m_Size(size) {}
 
     /** The next record, from its "<" to its ">"; false when there is none that is complete. */
-    bool Next(char*& start, int& length) {
+    [[nodiscard]] bool Next(char*& start, int& length) {
         while (m_Position < m_Size) {
             const std::ptrdiff_t open = m_Find('<', m_Size);
             const std::ptrdiff_t close = open < 0 ? -1 : m_Find('>', m_Size);

@@ -16,7 +16,7 @@
 #include "zel_platform_log.h"
 
 /** Where the name of a file begins in its path. */
-constexpr std::size_t FileNameOffset(std::string_view path) {
+[[nodiscard]] constexpr std::size_t FileNameOffset(std::string_view path) {
     return path.find_last_of('/') + 1;  // also without a "/"
 }
 

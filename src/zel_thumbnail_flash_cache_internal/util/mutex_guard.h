@@ -20,7 +20,7 @@ public:
 
     void Acquire() ZEL_ACQUIRE() { g_mutex_lock(&m_Mutex); }
     /** True when nobody held it, and the caller does now. */
-    bool TryAcquire() ZEL_TRY_ACQUIRE(true) { return g_mutex_trylock(&m_Mutex) != 0; }
+    [[nodiscard]] bool TryAcquire() ZEL_TRY_ACQUIRE(true) { return g_mutex_trylock(&m_Mutex) != 0; }
     void Release() ZEL_RELEASE() { g_mutex_unlock(&m_Mutex); }
 
 private:

@@ -41,25 +41,25 @@ public:
      * Begins; creates an empty file where there is none. Throws std::bad_alloc.
      * @return false when the path cannot be opened for writing
      */
-    bool Open();
+    [[nodiscard]] bool Open();
 
     static constexpr std::size_t maxPiece = 4096;
 
     /** Where the next piece of the text is to be put, of at most maxPiece bytes. Only after Open()
      * has succeeded. */
-    char* Room() { return m_Buffer.get() + m_Buffered; }
+    [[nodiscard]] char* Room() { return m_Buffer.get() + m_Buffered; }
 
     /** Adds the piece of that size to the text; false when the device is full or fails. */
-    bool Append(std::size_t size);
+    [[nodiscard]] bool Append(std::size_t size);
 
     /** Publishes the text; false when the device is full or fails. Once, after the last Append().
      */
-    bool Commit();
+    [[nodiscard]] bool Commit();
 
 private:
     void m_OpenTemporary();
-    bool m_Flush();
-    bool m_CopyInPlace();
+    [[nodiscard]] bool m_Flush();
+    [[nodiscard]] bool m_CopyInPlace();
 
     const std::string m_Path;
     std::string m_Target;                   // the path with all links resolved

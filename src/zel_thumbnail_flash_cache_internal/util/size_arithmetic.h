@@ -10,17 +10,17 @@
 #include <limits>
 
 /** a + b, wrapped to 32 bits. */
-inline int WrappingAdd(long a, long b) {
+[[nodiscard]] inline int WrappingAdd(long a, long b) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) + static_cast<std::uint32_t>(b));
 }
 
 /** a - b, wrapped to 32 bits. */
-inline int WrappingSubtract(long a, long b) {
+[[nodiscard]] inline int WrappingSubtract(long a, long b) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(a) - static_cast<std::uint32_t>(b));
 }
 
 /** The value, held to the range of 32 bits. */
-inline int HoldToInt32(long long value) {
+[[nodiscard]] inline int HoldToInt32(long long value) {
     return static_cast<int>(std::clamp<long long>(value, std::numeric_limits<std::int32_t>::min(),
                                                   std::numeric_limits<std::int32_t>::max()));
 }

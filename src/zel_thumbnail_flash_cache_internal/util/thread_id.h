@@ -9,9 +9,9 @@
 extern __thread int t_ThreadId __attribute__((tls_model("initial-exec"), visibility("hidden")));
 
 /** Asks the kernel for the id of the calling thread. */
-int AskThreadId();
+[[nodiscard]] int AskThreadId();
 
 /** The id of the calling thread, asked of the kernel once a thread and again after a fork. */
-inline int CurrentThreadId() { return t_ThreadId != 0 ? t_ThreadId : AskThreadId(); }
+[[nodiscard]] inline int CurrentThreadId() { return t_ThreadId != 0 ? t_ThreadId : AskThreadId(); }
 
 #endif

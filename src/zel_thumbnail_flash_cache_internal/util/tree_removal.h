@@ -18,6 +18,6 @@
  *
  * @return true when nothing of it is left
  */
-bool RemoveTree(const std::string& path);
+[[nodiscard]] bool RemoveTree(const std::string& path);
 
 #endif
