@@ -12,9 +12,9 @@ struct PlatformCalls {
     std::atomic<bool> all{false};  // and all that follow
     std::atomic<int> calls{0};     // made since then
     std::string udev;              // stands in for /run/udev
-    bool interrupting = false;     // every second wait for events and write to the log is
-    std::size_t piece = SIZE_MAX;  // the most bytes that one write takes
-    std::function<void()> on_pause = [] {};  // in place of every sleep, which takes no time
+    std::atomic<bool> interrupting{false};  // every second wait for events and write to the log is
+    std::atomic<std::size_t> piece{SIZE_MAX};  // the most bytes that one write takes
+    std::function<void()> on_pause = [] {};    // in place of every sleep, which takes no time
 };
 
 extern PlatformCalls g_platform_calls;

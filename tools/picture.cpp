@@ -57,9 +57,11 @@ Pixbuf ScaleDown(Pixbuf pixbuf, int box) {
     if (scale >= 1) {
         return pixbuf;
     }
-    return Pixbuf(gdk_pixbuf_scale_simple(pixbuf.get(), std::max(1L, std::lround(width * scale)),
-                                          std::max(1L, std::lround(height * scale)),
-                                          GDK_INTERP_BILINEAR));
+    const auto scaled = [scale](int side) {
+        return std::max(1, static_cast<int>(std::lround(side * scale)));
+    };
+    return Pixbuf(
+        gdk_pixbuf_scale_simple(pixbuf.get(), scaled(width), scaled(height), GDK_INTERP_BILINEAR));
 }
 
 Pixbuf Load(const std::string& file, int box) {

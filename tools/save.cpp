@@ -90,7 +90,7 @@ public:
     }
 
 private:
-    Location Locate(const fs::path& picture, const fs::path& canonical) const {
+    [[nodiscard]] Location Locate(const fs::path& picture, const fs::path& canonical) const {
         const std::string name = picture.filename();
         if (options_.camera) {
             return {options_.device, "ptp://" + options_.device + "/" + name};
@@ -101,7 +101,7 @@ private:
         return LocateOnStorage(canonical);
     }
 
-    Location LocateOnStorage(const fs::path& picture) const {
+    [[nodiscard]] Location LocateOnStorage(const fs::path& picture) const {
         const Storage* best = nullptr;
         fs::path best_below;
         for (const Storage& storage : storages_) {
@@ -124,7 +124,7 @@ private:
     // The picture's name without its extension; with it when another picture has taken that name.
     fs::path TakeName(const fs::path& folder, const fs::path& picture) {
         for (fs::path name : {picture.stem(), picture.filename()}) {
-            const fs::path thumbnail = folder / (name += ".jpg");
+            fs::path thumbnail = folder / (name += ".jpg");
             if (thumbnail.string().find_first_of("\">") != std::string::npos) {
                 throw std::runtime_error("the cache cannot hold a name with \" or >");
             }
@@ -135,7 +135,7 @@ private:
         throw std::runtime_error("other pictures of this run have taken its name in the cache");
     }
 
-    bool IsCurrent(const fs::path& thumbnail, const fs::path& picture) const {
+    [[nodiscard]] bool IsCurrent(const fs::path& thumbnail, const fs::path& picture) const {
         return recorded_.count(thumbnail) > 0 &&
                fs::last_write_time(thumbnail) >= fs::last_write_time(picture);
     }

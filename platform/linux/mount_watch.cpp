@@ -21,7 +21,7 @@ namespace {
     throw std::system_error(error, std::generic_category(), "mount table");
 }
 
-class KernelWatch : public MountWatch {
+class KernelWatch final : public MountWatch {
 public:
     KernelWatch() : monitor_(mnt_new_monitor()) {
         if (!monitor_)
@@ -31,7 +31,7 @@ public:
             fail(result != 0 ? -result : -descriptor());
     }
 
-    int descriptor() const override { return mnt_monitor_get_fd(monitor_.get()); }
+    [[nodiscard]] int descriptor() const override { return mnt_monitor_get_fd(monitor_.get()); }
 
     bool take_notifications() override {
         std::ignore = mnt_monitor_event_cleanup(monitor_.get());  // the table is read in any case
@@ -53,7 +53,7 @@ public:
             fail(errno);
     }
 
-    int descriptor() const override { return inotify_.Get(); }
+    [[nodiscard]] int descriptor() const override { return inotify_.Get(); }
 
     bool take_notifications() override {
         alignas(inotify_event) char events[4096];

@@ -81,8 +81,9 @@ CopiedText::CopiedText(const std::string& text) : text_(text), spare_(strdup(tex
 CopiedText::~CopiedText() { std::free(spare_); }
 
 char* CopiedText::copy() const {
-    char* text = strdup(text_.c_str());
-    return text != nullptr ? text : spare_.exchange(nullptr);
+    if (char* text = strdup(text_.c_str()))
+        return text;
+    return spare_.exchange(nullptr);
 }
 
 Snapshot::Snapshot(Devices attached)

@@ -42,7 +42,9 @@ public:
         thread_.join();
     }
 
-    bool runs_on_this_thread() const { return thread_.get_id() == std::this_thread::get_id(); }
+    [[nodiscard]] bool runs_on_this_thread() const {
+        return thread_.get_id() == std::this_thread::get_id();
+    }
 
 private:
     void run() noexcept {
@@ -63,7 +65,7 @@ private:
         std::ignore = pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // cannot fail so called
     }
 
-    bool wait_for_notification() const {
+    [[nodiscard]] bool wait_for_notification() const {
         pollfd sources[] = {{ending_.Get(), POLLIN, 0}, {watch_->descriptor(), POLLIN, 0}};
         int count = 0;
         do {

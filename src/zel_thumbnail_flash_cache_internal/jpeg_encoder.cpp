@@ -78,7 +78,7 @@ bool EncodeRows(jpeg_compress_struct& codec, Encoding& encoding, unsigned char* 
     jpeg_set_defaults(&codec);
     jpeg_set_quality(&codec, jpegQuality, TRUE);
     jpeg_start_compress(&codec, TRUE);
-    const std::size_t stride = bytesPerPixel * codec.image_width;
+    const std::size_t stride = std::size_t{bytesPerPixel} * codec.image_width;
     while (codec.next_scanline < codec.image_height) {
         JSAMPROW row = buffer + codec.next_scanline * stride;
         std::ignore = jpeg_write_scanlines(&codec, &row, 1);  // a file takes every row, or fails

@@ -34,10 +34,10 @@ public:
     AttachedStorages(const AttachedStorages&) = delete;
     AttachedStorages& operator=(const AttachedStorages&) = delete;
 
-    bool IsListed() const { return m_bListed; }
-    int Count() const { return m_Count; }
-    bool IsUsbPresent() const { return m_bUsbPresent; }
-    const std::vector<_zel_storage_s*>& Storages() const { return m_Storages; }
+    [[nodiscard]] bool IsListed() const { return m_bListed; }
+    [[nodiscard]] int Count() const { return m_Count; }
+    [[nodiscard]] bool IsUsbPresent() const { return m_bUsbPresent; }
+    [[nodiscard]] const std::vector<_zel_storage_s*>& Storages() const { return m_Storages; }
 
     void Collect() {
         m_Count = zel_storage_get_list_count(m_List);
@@ -113,7 +113,7 @@ public:
         }
     }
 
-    const std::vector<void*>& Storages() const { return m_Storages; }
+    [[nodiscard]] const std::vector<void*>& Storages() const { return m_Storages; }
 
 private:
     media_filter_h m_Filter = nullptr;

@@ -20,7 +20,7 @@ public:
         const auto end = std::to_chars(m_Text.data(), m_Text.data() + m_Text.size(), number).ptr;
         m_Length = static_cast<std::size_t>(end - m_Text.data());
     }
-    std::string_view Get() const { return {m_Text.data(), m_Length}; }
+    [[nodiscard]] std::string_view Get() const { return {m_Text.data(), m_Length}; }
 
 private:
     std::array<char, 24> m_Text;
@@ -30,7 +30,7 @@ private:
 // A text of a record, in which no separator may stand.
 struct Text {
     std::string_view characters;
-    std::size_t size() const { return characters.size(); }
+    [[nodiscard]] std::size_t size() const { return characters.size(); }
 };
 
 // The characters of a text that the compiler copies and compares at once.
@@ -71,8 +71,9 @@ public:
         m_To += text.size();
     }
 
-    bool HasSeparator() const {
-        std::array<std::uint64_t, sizeof(Block) / sizeof(std::uint64_t)> halves;
+    [[nodiscard]] bool HasSeparator() const {
+        std::array<std::uint64_t, 2> halves;
+        static_assert(sizeof halves == sizeof m_Found);
         std::memcpy(halves.data(), &m_Found, sizeof m_Found);
         return m_bHasSeparator || (halves[0] | halves[1]) != 0;
     }

@@ -3,7 +3,7 @@
  * The format of the thumb file, the cache's index.
  *
  * The file is a sequence of records of 8-bit text, each followed by CR LF. A thumbnail record
- * (Type 0) and a folder record (Type 1) look so:
+ * (Type 0) and a folder record (Type 1) look like this:
  *
  *     <Type=0,Path="/cache/dev0",URL="/cache/dev0/a.jpg",Size=5120,Devicetype=0>
  *     <Type=1,Sid="dev0",Path="/cache/dev0",Devicetype=0>

@@ -37,10 +37,10 @@ public:
     }
 
     /** Where the text begins that belongs to no record so far; past the end when there is none. */
-    std::ptrdiff_t Position() const { return m_Position; }
+    [[nodiscard]] std::ptrdiff_t Position() const { return m_Position; }
 
 private:
-    std::ptrdiff_t m_Find(char wanted, std::ptrdiff_t end) const {
+    [[nodiscard]] std::ptrdiff_t m_Find(char wanted, std::ptrdiff_t end) const {
         const void* found =
             std::memchr(m_Text + m_Position, wanted, static_cast<std::size_t>(end - m_Position));
         return found == nullptr ? -1 : static_cast<const char*>(found) - m_Text;

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr std::size_t bufferSize = 256 * 1024;
+constexpr std::size_t bufferSize = std::size_t{256} * 1024;
 constexpr mode_t newFileMode = 0666;
 constexpr mode_t permissionBits = 07777;
 

@@ -87,7 +87,8 @@ private:
     void m_MoveUp(int parent, const char* name) {
         for (int attempt = 0; attempt < maxAttempts; ++attempt) {
             char newName[32];
-            std::snprintf(newName, sizeof newName, ".deep-%lu", m_Moves++);
+            std::ignore =
+                std::snprintf(newName, sizeof newName, ".deep-%lu", m_Moves++);  // it fits
             if (renameat(parent, name, m_Top, newName) == 0) {
                 m_bMoved = true;
                 return;
