@@ -57,7 +57,8 @@ T* CZELSingleton<T>::m_pObj = nullptr;
 /**
  * The engine. Each member says whether it is called with the lock held (ZEL_REQUIRES) or takes it
  * itself (ZEL_EXCLUDES); one that says neither needs no lock and may be called from any thread.
- * Results are true for success; every failure is explained by one line of log.
+ * Results are true for success; every failure is explained by one line of log. Hidden members are
+ * not exported, as no test and no host needs them.
  */
 class __attribute__((visibility("default"))) CZELThumbFlashCache
     : public CZELSingleton<CZELThumbFlashCache> {
@@ -200,10 +201,10 @@ public:
                                     std::string strId, unsigned char* buffer, int xsize, int ysize,
                                     const char* filename, char* bufferPreset) ZEL_REQUIRES(m_Lock);
     /** An item's folder, to be listed when its image is there; none when it is listed already. */
-    [[nodiscard]] FolderList m_MakeNewFolder(const std::string& strId,
-                                             const CZELFlashCacheItem& item) ZEL_REQUIRES(m_Lock);
+    [[nodiscard, gnu::visibility("hidden")]] FolderList m_MakeNewFolder(
+        const std::string& strId, const CZELFlashCacheItem& item) ZEL_REQUIRES(m_Lock);
     /** Accounts for the size of an item's image file in place of the estimate. */
-    void m_AccountFile(CZELFlashCacheItem& item) ZEL_REQUIRES(m_Lock);
+    [[gnu::visibility("hidden")]] void m_AccountFile(CZELFlashCacheItem& item) ZEL_REQUIRES(m_Lock);
     /** Deletes the image file of an item. */
     [[nodiscard]] bool m_DeleteItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem)
         ZEL_REQUIRES(m_Lock);
@@ -270,10 +271,11 @@ public:
     [[nodiscard]] bool m_DelUnvalidData(std::map<std::string, std::string>& usbFlashMap,
                                         std::map<std::string, std::string>& ptpFlashMap)
         ZEL_REQUIRES(m_Lock);
-    void m_RemoveAllFolders() ZEL_REQUIRES(m_Lock);  ///< with all thumbnails
+    [[gnu::visibility("hidden")]] void m_RemoveAllFolders()
+        ZEL_REQUIRES(m_Lock);  ///< with all thumbnails
     /** Drops the folders, with their thumbnails, whose id is not known. */
-    void m_RemoveFoldersUnless(const std::function<bool(const std::string& strId)>& isKnown)
-        ZEL_REQUIRES(m_Lock);
+    [[gnu::visibility("hidden")]] void m_RemoveFoldersUnless(
+        const std::function<bool(const std::string& strId)>& isKnown) ZEL_REQUIRES(m_Lock);
 
     // Directories (directories.cpp)
     [[nodiscard]] bool m_CreateDir(std::string strDir);  ///< as CreateDir()
