@@ -18,8 +18,10 @@ static std::string listed(zel_storage_device_type type) {
 static bool add_text(media_storage_h storage, void* found) {
     media_storage_h copy = nullptr;
     char *id = nullptr, *path = nullptr;
-    EXPECT_FALSE(media_storage_clone(&copy, storage) || media_storage_get_storage_id(copy, &id) ||
-                 media_storage_get_path(copy, &path) || media_storage_destroy(copy));
+    EXPECT_EQ(media_storage_clone(&copy, storage), 0);
+    EXPECT_EQ(media_storage_get_storage_id(copy, &id), 0);
+    EXPECT_EQ(media_storage_get_path(copy, &path), 0);
+    EXPECT_EQ(media_storage_destroy(copy), 0);
     *static_cast<std::string*>(found) += taken(id) + "|" + taken(path) + "\n";
     return true;
 }
