@@ -15,7 +15,9 @@ class Engine : public CZELThumbFlashCache {
 public:
     explicit Engine(const bare::Folder& folder) {
         m_strCachePath = folder / "index";
-        m_Create();
+        if (!m_Create()) {
+            std::abort();
+        }
     }
     void Save(std::vector<unsigned char>& picture, int xsize, int ysize, const std::string& file) {
         if (!SaveFlashFile(picture.data(), xsize, ysize, file.c_str(), const_cast<char*>(url),

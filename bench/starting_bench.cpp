@@ -42,10 +42,10 @@ void Start(benchmark::State& state) {
         engine->m_strCachePath = index;
         const long before = ResidentSet();
         state.ResumeTiming();
-        engine->m_LoadThumbFile();
+        const bool loaded = engine->m_LoadThumbFile();
         state.PauseTiming();
         bytes = ResidentSet() - before;
-        if (engine->m_ThumbItemList.size() != static_cast<std::size_t>(records)) {
+        if (!loaded || engine->m_ThumbItemList.size() != static_cast<std::size_t>(records)) {
             std::abort();
         }
         engine.reset();
@@ -94,9 +94,9 @@ void StaleStart(benchmark::State& state) {
         auto usb = known;
         std::map<std::string, std::string> cameras;
         state.ResumeTiming();
-        engine->m_DelUnvalidData(usb, cameras);
+        const bool judged = engine->m_DelUnvalidData(usb, cameras);
         state.PauseTiming();
-        if (!engine->m_ThumbItemList.empty()) {
+        if (!judged || !engine->m_ThumbItemList.empty()) {
             std::abort();
         }
         engine.reset();

@@ -41,7 +41,8 @@ CZELThumbFlashCache::FolderList CZELThumbFlashCache::m_MakeNewFolder(
         [&](const auto& folder) { return folder->Sid == strId && folder->Path == item.Path; });
     FolderList newFolder;
     if (!bIsKnown) {
-        newFolder.emplace_back(new CZELFlashCacheFolderItem(strId, item.Path, item.Devicetype));
+        newFolder.push_back(boost::intrusive_ptr<CZELFlashCacheFolderItem>(
+            new CZELFlashCacheFolderItem(strId, item.Path, item.Devicetype)));
     }
     return newFolder;
 }
