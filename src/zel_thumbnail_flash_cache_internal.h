@@ -10,7 +10,6 @@
 #include <atomic>
 #include <boost/smart_ptr/intrusive_ptr.hpp>
 #include <condition_variable>
-#include <functional>
 #include <list>
 #include <map>
 #include <mutex>
@@ -66,10 +65,6 @@ public:
     /** One cached thumbnail. */
     class CZELFlashCacheItem : public ZEL_IntrusivePtr_Base<CZELFlashCacheItem> {
     public:
-        CZELFlashCacheItem() = default;
-        CZELFlashCacheItem(std::string_view path, std::string_view url, long size, int type)
-            : Path(path), URL(url), Size(size), Devicetype(type) {}
-
         std::string Path;    ///< the device folder that holds the image file
         std::string URL;     ///< full path of the image file
         long Size = 0;       ///< bytes accounted for it, within 32 bits
@@ -79,16 +74,13 @@ public:
     /** One folder of the cache, with the thumbnails of one device. */
     class CZELFlashCacheFolderItem : public ZEL_IntrusivePtr_Base<CZELFlashCacheFolderItem> {
     public:
-        CZELFlashCacheFolderItem() = default;
-        CZELFlashCacheFolderItem(std::string_view id, std::string_view path, int type)
-            : Sid(id), Path(path), Devicetype(type) {}
-
         std::string Sid;     ///< id of the device, the last component of Path
         std::string Path;    ///< full path of the folder
         int Devicetype = 0;  ///< DEVICE_TYPE_USB or DEVICE_TYPE_PTP
     };
 
     using ItemList = std::list<boost::intrusive_ptr<CZELFlashCacheItem>>;
+    using DeviceMap = std::map<std::string, std::string>;
     using FolderList = std::list<boost::intrusive_ptr<CZELFlashCacheFolderItem>>;
 
     /** An idle engine: saves are refused until Create() has done its work. */
@@ -152,7 +144,7 @@ public:
      * @param deviceMap  is emptied and filled when USB storages are listed: id to mount path
      * @return false when the database gives no filter
      */
-    [[nodiscard]] bool m_GetStorageList(std::map<std::string, std::string>& deviceMap);
+    [[nodiscard]] bool m_GetStorageList(DeviceMap& deviceMap);
 
     /**
      * Writes an uncompressed 32-bit BMP file.
@@ -200,11 +192,6 @@ public:
     [[nodiscard]] bool m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem,
                                     std::string strId, unsigned char* buffer, int xsize, int ysize,
                                     const char* filename, char* bufferPreset) ZEL_REQUIRES(m_Lock);
-    /** An item's folder, to be listed when its image is there; none when it is listed already. */
-    [[nodiscard, gnu::visibility("hidden")]] FolderList m_MakeNewFolder(
-        const std::string& strId, const CZELFlashCacheItem& item) ZEL_REQUIRES(m_Lock);
-    /** Accounts for the size of an item's image file in place of the estimate. */
-    [[gnu::visibility("hidden")]] void m_AccountFile(CZELFlashCacheItem& item) ZEL_REQUIRES(m_Lock);
     /** Deletes the image file of an item. */
     [[nodiscard]] bool m_DeleteItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem)
         ZEL_REQUIRES(m_Lock);
@@ -261,21 +248,21 @@ public:
      *                   stays as it is when no USB storage is listed or the kind is unknown
      * @return false when the kind is unknown, there is no camera, or the database gives no filter
      */
-    [[nodiscard]] bool m_GetDeciveList(std::map<std::string, std::string>& deviceMap,
-                                       zel_storage_device_type type) ZEL_REQUIRES(m_Lock);
+    [[nodiscard]] bool m_GetDeciveList(DeviceMap& deviceMap, zel_storage_device_type type)
+        ZEL_REQUIRES(m_Lock);
     /** Keeps a clone of each storage of the database in the std::vector<void*> at userData. */
     [[nodiscard]] static bool s_GetStorageCallback(void* storage, void* userData);
 
     // What is gone (stale_data.cpp)
     /** Drops every folder, with its thumbnails, whose device is in neither map. Always true. */
-    [[nodiscard]] bool m_DelUnvalidData(std::map<std::string, std::string>& usbFlashMap,
-                                        std::map<std::string, std::string>& ptpFlashMap)
+    [[nodiscard]] bool m_DelUnvalidData(DeviceMap& usbFlashMap, DeviceMap& ptpFlashMap)
         ZEL_REQUIRES(m_Lock);
-    [[gnu::visibility("hidden")]] void m_RemoveAllFolders()
-        ZEL_REQUIRES(m_Lock);  ///< with all thumbnails
-    /** Drops the folders, with their thumbnails, whose id is not known. */
-    [[gnu::visibility("hidden")]] void m_RemoveFoldersUnless(
-        const std::function<bool(const std::string& strId)>& isKnown) ZEL_REQUIRES(m_Lock);
+    /** Drops every folder and every thumbnail. */
+    [[gnu::visibility("hidden")]] void m_RemoveAllFolders() ZEL_REQUIRES(m_Lock);
+    /** Drops the folders, with their thumbnails, whose id is in neither map. */
+    [[gnu::visibility("hidden")]] void m_RemoveUnknownFolders(const DeviceMap& usbFlashMap,
+                                                              const DeviceMap& ptpFlashMap)
+        ZEL_REQUIRES(m_Lock);
 
     // Directories (directories.cpp)
     [[nodiscard]] bool m_CreateDir(std::string strDir);  ///< as CreateDir()
@@ -300,8 +287,8 @@ public:
     CZELLock m_Lock{m_Mutex};
 
     // Known USB storages, id to mount path, and known cameras, serial number to "ptp".
-    std::map<std::string, std::string> m_MountPathMap ZEL_GUARDED_BY(m_Lock);
-    std::map<std::string, std::string> m_PtpDeviceMap ZEL_GUARDED_BY(m_Lock);
+    DeviceMap m_MountPathMap ZEL_GUARDED_BY(m_Lock);
+    DeviceMap m_PtpDeviceMap ZEL_GUARDED_BY(m_Lock);
     // Path of the thumb file.
     std::string m_strCachePath ZEL_GUARDED_BY(m_Lock);
     // The sum of the sizes of the items, and of the save's in progress.

@@ -14,6 +14,7 @@
 #include <fstream>
 #include <memory>
 #include <stdexcept>
+#include <thread>
 
 #include "platform_calls.h"
 #include "zel_platform_storage_events.h"
@@ -45,6 +46,7 @@ struct LinuxPlatform : testing::Test {
         setenv("ZEL_MOUNTINFO", table_.c_str(), 1);
         replace_table(kElsewhere);
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, events_), 0);
+        wait_for_other_threads();
         descriptors_ = descriptors(false);
     }
     // No test leaves a descriptor behind, and none was open to other programs.
@@ -52,6 +54,16 @@ struct LinuxPlatform : testing::Test {
         EXPECT_EQ(descriptors(false), descriptors_);
         close(events_[0]), close(events_[1]);
         g_object_unref(testbed_);
+    }
+    // The testbed's own thread opens descriptors until it waits.
+    static void wait_for_other_threads() {
+        const auto is_running = [](const fs::directory_entry& task) {
+            std::ifstream file(task.path() / "stat");
+            std::string stat;
+            return std::getline(file, stat) && stat.find(") S ") == stat.npos;
+        };
+        while (std::count_if(fs::directory_iterator("/proc/self/task"), {}, is_running) > 1)
+            std::this_thread::yield();
     }
     static long descriptors(bool only_inherited) {
         const auto is_counted = [=](const fs::directory_entry& entry) {

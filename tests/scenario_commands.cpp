@@ -120,15 +120,24 @@ const std::map<std::string, Scenario::Command>& Scenario::Commands() {
         {"m_AddItemToThumbFile",
          [](auto& self, auto words) {
              boost::intrusive_ptr<Item> item;
-             if (!words.empty())
-                 item = new Item(words[0], words[1], number(words, 2), number(words, 3));
+             if (!words.empty()) {
+                 item = new Item;
+                 item->Path = words[0];
+                 item->URL = words[1];
+                 item->Size = number(words, 2);
+                 item->Devicetype = number(words, 3);
+             }
              self.Do([&] { return TheEngine().m_AddItemToThumbFile(item); });
          }},
         {"m_AddFolderItemToThumbFile",
          [](auto& self, auto words) {
              boost::intrusive_ptr<Folder> folder;
-             if (!words.empty())
-                 folder = new Folder(words[0], words[1], number(words, 2));
+             if (!words.empty()) {
+                 folder = new Folder;
+                 folder->Sid = words[0];
+                 folder->Path = words[1];
+                 folder->Devicetype = number(words, 2);
+             }
              self.Do([&] { return TheEngine().m_AddFolderItemToThumbFile(folder); });
          }},
         {"m_CheckUrl",

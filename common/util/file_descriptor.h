@@ -5,6 +5,7 @@
 #ifndef ZEL_FILE_DESCRIPTOR_H
 #define ZEL_FILE_DESCRIPTOR_H
 
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,6 +14,10 @@
 #include <tuple>
 #include <utility>
 
+/** The permission bits of a new file, of which the process takes some away. */
+constexpr mode_t newFileMode = 0666;
+
+/** Owns an open file descriptor, or none. */
 class CZELFileDescriptor {
 public:
     CZELFileDescriptor() = default;

@@ -3,17 +3,13 @@
 #include <unistd.h>
 
 #include <exception>
-#include <tuple>
 
 #include "util/log.h"
+#include "util/release.h"
 #include "util/tree_removal.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
-namespace {
-
 constexpr mode_t newDirectoryMode = 0777;
-
-}  // namespace
 
 bool CZELThumbFlashCache::FileExist(const char* fileName) {
     if (fileName == nullptr) {
@@ -31,9 +27,8 @@ bool CZELThumbFlashCache::CreateDir(const char* dirName) try {
 }
 
 bool CZELThumbFlashCache::m_CreateDir(std::string strDir) {
-    if (DIR* directory = opendir(strDir.c_str())) {
+    if (const CZELHandle<DIR, closedir> directory{opendir(strDir.c_str())}) {
         ZEL_LOG_INFO("CZELThumbFlashCache::m_CreateDir [%s] alread exist###\n", strDir.c_str());
-        std::ignore = closedir(directory);  // nothing was read from it
         return true;
     }
     if (mkdir(strDir.c_str(), newDirectoryMode) != 0) {

@@ -20,32 +20,28 @@ CZELThumbFlashCache::~CZELThumbFlashCache() {
     m_Destroy();
 }
 
-bool CZELThumbFlashCache::Create(const char* strCachePath) {
+bool CZELThumbFlashCache::Create(const char* strCachePath) try {
     if (strCachePath == nullptr) {
         ZEL_LOG_INFO("strCachePath is null");
         return false;
     }
-    boost::thread worker;
+    m_SetCachePath(strCachePath);
+    ZEL_LOG_INFO("start CZELThumbFlashCache::Create()");
+    {
+        const std::lock_guard<std::mutex> lock(m_WorkerMutex);
+        ++m_WorkerCount;
+    }
     try {
-        m_SetCachePath(strCachePath);
-        ZEL_LOG_INFO("start CZELThumbFlashCache::Create()");
-        {
-            const std::lock_guard<std::mutex> lock(m_WorkerMutex);
-            ++m_WorkerCount;
-        }
-        try {
-            worker = boost::thread(boost::bind(&CZELThumbFlashCache::m_RunCreate, this));
-        } catch (...) {
-            m_FinishWorker();
-            throw;
-        }
-    } catch (const std::exception& error) {
-        ZEL_LOG_WARN("failed to start the worker: %s", error.what());
-        return false;
+        boost::thread(boost::bind(&CZELThumbFlashCache::m_RunCreate, this)).detach();
+    } catch (...) {
+        m_FinishWorker();
+        throw;
     }
     ZEL_LOG_INFO("end CZELThumbFlashCache::Create()");
-    worker.detach();
     return true;
+} catch (const std::exception& error) {
+    ZEL_LOG_WARN("failed to start the worker: %s", error.what());
+    return false;
 }
 
 void CZELThumbFlashCache::m_SetCachePath(std::string strCachePath) {

@@ -11,12 +11,6 @@
 
 #include "util/release.h"
 
-namespace {
-
-constexpr mode_t newFileMode = 0666;
-
-}  // namespace
-
 CZELImageFile::CZELImageFile(const char* filename)
     : m_Filename(filename),
       // Without O_NONBLOCK a named pipe that nobody reads would stop every save here.

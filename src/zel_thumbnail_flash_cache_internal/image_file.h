@@ -23,9 +23,6 @@ public:
     explicit CZELImageFile(const char* filename);
     ~CZELImageFile();
 
-    CZELImageFile(const CZELImageFile&) = delete;
-    CZELImageFile& operator=(const CZELImageFile&) = delete;
-
     /** False, with the reason in errno, right after an opening that has failed. */
     [[nodiscard]] bool IsOpen() const { return m_File.IsOpen(); }
 

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
-#include <string>
 
 #include "bmp_header.h"
 #include "image_file.h"
@@ -47,9 +46,9 @@ bool CZELThumbFlashCache::m_JpegSave(unsigned char* buffer, char* bufferPreset, 
                      errno);
         return false;
     }
-    JpegError error;
+    JpegError error{};
     if (!EncodeJpeg(file, buffer, xsize, ysize, error)) {
-        ZEL_LOG_INFO("m_JpegSave [%s] failed: %s\n", filename, error.text);
+        ZEL_LOG_INFO("m_JpegSave [%s] failed: %s\n", filename, error.data());
         file.Remove();
         return false;
     }

@@ -10,6 +10,32 @@
 #include "util/size_arithmetic.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
+namespace {
+
+using FolderList = CZELThumbFlashCache::FolderList;
+
+bool IsListed(const FolderList& folders, const std::string& id, const std::string& path) {
+    return std::any_of(folders.begin(), folders.end(), [&](const auto& folder) {
+        return folder->Sid == id && folder->Path == path;
+    });
+}
+
+// Accounts for the size of an item's image file in place of the estimate.
+void AccountFile(CZELThumbFlashCache::CZELFlashCacheItem& item, int& cacheSize) {
+    struct stat status {};
+    if (stat(item.URL.c_str(), &status) != 0) {
+        return;
+    }
+    const int fileSize = HoldToInt32(status.st_size);
+    cacheSize = WrappingAdd(WrappingSubtract(cacheSize, item.Size), fileSize);
+    if (fileSize > 0) {
+        item.Size = fileSize;
+    }
+    ZEL_LOG_INFO("jepg size is %d, m_CacheSize end:%d\n", fileSize, cacheSize);
+}
+
+}  // namespace
+
 void CZELThumbFlashCache::m_ReserveSpace(long size) {
     ZEL_LOG_INFO("m_CacheSize begin:%d\n", m_CacheSize);
     m_CacheSize = WrappingAdd(m_CacheSize, size);
@@ -34,32 +60,6 @@ void CZELThumbFlashCache::m_ReserveSpace(long size) {
     std::ignore = m_RefreshThumbFile();
 }
 
-CZELThumbFlashCache::FolderList CZELThumbFlashCache::m_MakeNewFolder(
-    const std::string& strId, const CZELFlashCacheItem& item) {
-    const bool bIsKnown = std::any_of(
-        m_ThumbFolderList.begin(), m_ThumbFolderList.end(),
-        [&](const auto& folder) { return folder->Sid == strId && folder->Path == item.Path; });
-    FolderList newFolder;
-    if (!bIsKnown) {
-        newFolder.push_back(boost::intrusive_ptr<CZELFlashCacheFolderItem>(
-            new CZELFlashCacheFolderItem(strId, item.Path, item.Devicetype)));
-    }
-    return newFolder;
-}
-
-void CZELThumbFlashCache::m_AccountFile(CZELFlashCacheItem& item) {
-    struct stat status {};
-    if (stat(item.URL.c_str(), &status) != 0) {
-        return;
-    }
-    const int fileSize = HoldToInt32(status.st_size);
-    m_CacheSize = WrappingAdd(WrappingSubtract(m_CacheSize, item.Size), fileSize);
-    if (fileSize > 0) {
-        item.Size = fileSize;
-    }
-    ZEL_LOG_INFO("jepg size is %d, m_CacheSize end:%d\n", fileSize, m_CacheSize);
-}
-
 bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem,
                                        std::string strId, unsigned char* buffer, int xsize,
                                        int ysize, const char* filename, char* bufferPreset) {
@@ -73,7 +73,14 @@ bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> 
     }
 
     // All that needs memory comes before the image, so that no image is left without its record.
-    FolderList newFolder = m_MakeNewFolder(strId, *pThumbItem);
+    FolderList newFolder;
+    if (!IsListed(m_ThumbFolderList, strId, pThumbItem->Path)) {
+        newFolder.push_back(
+            boost::intrusive_ptr<CZELFlashCacheFolderItem>(new CZELFlashCacheFolderItem));
+        newFolder.front()->Sid = std::move(strId);
+        newFolder.front()->Path = pThumbItem->Path;
+        newFolder.front()->Devicetype = pThumbItem->Devicetype;
+    }
     m_ThumbFile.ReserveAppends(2);
 
     ZEL_LOG_INFO("Start");
@@ -81,7 +88,7 @@ bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> 
         ZEL_LOG_INFO("m_InsertItem m_JpegSave failed###\n");
         return false;
     }
-    m_AccountFile(*pThumbItem);
+    AccountFile(*pThumbItem, m_CacheSize);
     ZEL_LOG_INFO("End");
     if (!m_AddItemToThumbFile(pThumbItem)) {
         ZEL_LOG_INFO("m_InsertItem m_AddItemToThumbFile failed###\n");

@@ -10,7 +10,7 @@
 namespace {
 
 static_assert(maxJpegSide == JPEG_MAX_DIMENSION);
-static_assert(sizeof(JpegError::text) >= JMSG_LENGTH_MAX);
+static_assert(sizeof(JpegError) >= JMSG_LENGTH_MAX);
 
 constexpr int bytesPerPixel = 4;
 constexpr int jpegQuality = 100;
@@ -32,7 +32,7 @@ Encoding& EncodingOf(void* clientData) { return *static_cast<Encoding*>(clientDa
 // Jumps past what has no destructor.
 [[noreturn]] void Fail(j_common_ptr codec) {
     Encoding& encoding = EncodingOf(codec->client_data);
-    codec->err->format_message(codec, encoding.error.text);
+    codec->err->format_message(codec, encoding.error.data());
     std::longjmp(encoding.recovery, 1);
 }
 

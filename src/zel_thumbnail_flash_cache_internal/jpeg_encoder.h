@@ -5,15 +5,15 @@
 #ifndef ZEL_JPEG_ENCODER_H
 #define ZEL_JPEG_ENCODER_H
 
+#include <array>
+
 #include "image_file.h"
 
 /** The largest width or height of a JPEG picture. */
 constexpr int maxJpegSide = 65500;
 
 /** Why a picture could not be encoded. */
-struct JpegError {
-    char text[200] = "";
-};
+using JpegError = std::array<char, 200>;
 
 /**
  * Encodes and writes a picture with quality 100.

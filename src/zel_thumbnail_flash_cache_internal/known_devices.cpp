@@ -1,12 +1,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include "util/log.h"
+#include "util/release.h"
 #include "zel_platform_media_content.h"
 #include "zel_thumbnail_flash_cache_internal.h"
 
@@ -16,33 +16,26 @@ constexpr char usbMarker[] = "/opt/storage/usb";
 constexpr int maxPasses = 3;
 constexpr std::size_t expectedStorages = 64;
 
-using DeviceMap = std::map<std::string, std::string>;
-using PlatformText = std::unique_ptr<char, decltype(&std::free)>;
+using DeviceMap = CZELThumbFlashCache::DeviceMap;
+using PlatformText = CZELHandle<char, std::free>;
 
 const char* OrEmpty(const char* text) { return text == nullptr ? "" : text; }
 
-// The storages of one kind that the storage service lists; valid until they are released.
-class AttachedStorages {
-public:
+// The storages that the storage service lists; they are valid as long as its list. What it answers
+// to the release of a list changes nothing.
+struct AttachedStorages {
     explicit AttachedStorages(zel_storage_device_type type)
-        : m_bListed(zel_get_usb_list(type, &m_List) == 0) {}
+        : bListed(zel_get_usb_list(type, &list) == 0) {}
     ~AttachedStorages() {
-        if (m_bListed) {
+        if (bListed) {
             Release();
         }
     }
-    AttachedStorages(const AttachedStorages&) = delete;
-    AttachedStorages& operator=(const AttachedStorages&) = delete;
-
-    [[nodiscard]] bool IsListed() const { return m_bListed; }
-    [[nodiscard]] int Count() const { return m_Count; }
-    [[nodiscard]] bool IsUsbPresent() const { return m_bUsbPresent; }
-    [[nodiscard]] const std::vector<_zel_storage_s*>& Storages() const { return m_Storages; }
 
     void Collect() {
-        m_Count = zel_storage_get_list_count(m_List);
-        for (int index = 0; index < m_Count; ++index) {
-            _zel_storage_s* storage = zel_storage_get_storage(index, m_List);
+        count = zel_storage_get_list_count(list);
+        for (int index = 0; index < count; ++index) {
+            _zel_storage_s* storage = zel_storage_get_storage(index, list);
             if (storage == nullptr) {
                 continue;
             }
@@ -50,116 +43,98 @@ public:
             ZEL_LOG_INFO("device[%d] MountPath = %s", index, mountPath);
             if (std::strstr(mountPath, usbMarker) != nullptr) {
                 ZEL_LOG_INFO("USB Storage is Exist\n");
-                m_bUsbPresent = true;
+                bUsbPresent = true;
             }
-            m_Storages.push_back(storage);
+            storages.push_back(storage);
         }
     }
 
     void Release() {
-        std::ignore = zel_storage_list_destory(m_List);  // nothing can be done about a failure
-        m_List = nullptr;
-        m_bListed = false;
-        m_Storages.clear();
+        bListed = false;
+        std::ignore = zel_storage_list_destory(std::exchange(list, nullptr));
     }
 
-private:
-    void* m_List = nullptr;
-    bool m_bListed;
-    int m_Count = 0;
-    bool m_bUsbPresent = false;
-    std::vector<_zel_storage_s*> m_Storages;
+    void* list = nullptr;
+    bool bListed;
+    int count = 0;
+    bool bUsbPresent = false;
+    std::vector<_zel_storage_s*> storages;
 };
 
 // One reading of the database: a filter, and a clone of every storage that it selects.
-class DatabasePass {
-public:
-    DatabasePass() = default;
+struct DatabasePass {
     ~DatabasePass() {
-        if (m_Filter != nullptr) {
+        if (filter != nullptr) {
             Release();
         }
     }
-    DatabasePass(const DatabasePass&) = delete;
-    DatabasePass& operator=(const DatabasePass&) = delete;
 
     // In place of what was read before.
     bool Read(media_storage_cb keepClone) {
-        if (m_Filter != nullptr) {
+        if (filter != nullptr) {
             Release();
         }
         // Now, when a shortage of memory ends the creation, rather than in the callback, where it
         // would make a storage appear to be gone.
-        m_Storages.reserve(expectedStorages);
-        if (media_filter_create(&m_Filter) != 0) {
+        storages.reserve(expectedStorages);
+        if (media_filter_create(&filter) != 0) {
             return false;
         }
         // What could not be read is missing, like a storage that the database does not know yet.
-        std::ignore = media_storage_foreach_storage_from_db(m_Filter, keepClone, &m_Storages);
+        std::ignore = media_storage_foreach_storage_from_db(filter, keepClone, &storages);
         return true;
     }
 
     // Also destroys a filter that was never made: the database accepts none.
     void Release() {
-        for (void* storage : m_Storages) {
+        for (void* storage : storages) {
             if (storage != nullptr) {
-                std::ignore =
-                    media_storage_destroy(storage);  // nothing can be done about a failure
+                std::ignore = media_storage_destroy(storage);  // nothing can be done about it
             }
         }
-        m_Storages.clear();
-        if (media_filter_destroy(std::exchange(m_Filter, nullptr)) != 0) {
+        storages.clear();
+        if (media_filter_destroy(std::exchange(filter, nullptr)) != 0) {
             ZEL_LOG_INFO("FAILED TO media_filter_destroy");
         }
     }
 
-    [[nodiscard]] const std::vector<void*>& Storages() const { return m_Storages; }
-
-private:
-    media_filter_h m_Filter = nullptr;
-    std::vector<void*> m_Storages;
+    media_filter_h filter = nullptr;
+    std::vector<void*> storages;
 };
 
-PlatformText PathOf(void* storage) {
-    char* path = nullptr;
+// A text of a storage of the database; none when the storage is missing, or the text.
+PlatformText TextOf(void* storage, int (*getText)(void*, char**)) {
+    char* text = nullptr;
     if (storage != nullptr) {
-        std::ignore = media_storage_get_path(storage, &path);  // the path stays null on failure
+        std::ignore = getText(storage, &text);  // the text stays null on failure
     }
-    return PlatformText(path, &std::free);
-}
-
-PlatformText IdOf(void* storage) {
-    char* id = nullptr;
-    std::ignore = media_storage_get_storage_id(storage, &id);  // the id stays null on failure
-    return PlatformText(id, &std::free);
+    return PlatformText(text);
 }
 
 // Adds the id of each storage of the database that is mounted where an attached one is. True when
-// there were as many such pairs as attached storages.
+// there were as many such pairs as attached storages, or more.
 bool MatchStorages(const std::vector<_zel_storage_s*>& usblist, const std::vector<void*>& database,
                    DeviceMap& deviceMap) {
     ZEL_LOG_INFO("usblist.size === [%d]", static_cast<int>(usblist.size()));
     std::size_t matches = 0;
-    bool bComplete = false;
     for (_zel_storage_s* attached : usblist) {
         const char* usbPath = OrEmpty(zel_storage_get_mountpath(attached));
         for (void* storage : database) {
-            const PlatformText storagePath = PathOf(storage);
+            const PlatformText storagePath = TextOf(storage, media_storage_get_path);
             ZEL_LOG_INFO("usbPath : [%s], storagePath: [%s]\n", usbPath,
                          OrEmpty(storagePath.get()));
             if (!storagePath || std::strcmp(usbPath, storagePath.get()) != 0) {
                 continue;
             }
             ++matches;
-            const PlatformText storageID = IdOf(storage);
+            const PlatformText storageID = TextOf(storage, media_storage_get_storage_id);
             if (storageID) {
                 ZEL_LOG_INFO("storageID: %s\n", storageID.get());
                 deviceMap.emplace(storageID.get(), usbPath);
             }
-            bComplete = bComplete || matches == usblist.size();
         }
     }
-    return bComplete;
+    return matches >= usblist.size();
 }
 
 // Reads the database until it knows every attached storage, a few times at most. False when it
@@ -173,9 +148,9 @@ bool FindStorages(const AttachedStorages& attached, DatabasePass& database,
             return false;
         }
         ZEL_LOG_INFO("m_GetStorageList storageListSize = %d ",
-                     static_cast<int>(database.Storages().size()));
+                     static_cast<int>(database.storages.size()));
         deviceMap.clear();
-        bComplete = MatchStorages(attached.Storages(), database.Storages(), deviceMap);
+        bComplete = MatchStorages(attached.storages, database.storages, deviceMap);
     }
     if (passes == maxPasses) {
         ZEL_LOG_INFO(" TimeOut Occured \n");
@@ -187,7 +162,7 @@ bool FindStorages(const AttachedStorages& attached, DatabasePass& database,
 
 bool ScanUsb(AttachedStorages& attached, media_storage_cb keepClone, DeviceMap& deviceMap) {
     DatabasePass database;
-    if (!attached.IsUsbPresent()) {
+    if (!attached.bUsbPresent) {
         ZEL_LOG_INFO("USB Storage Not is Exist\n");
     } else if (!FindStorages(attached, database, keepClone, deviceMap)) {
         database.Release();
@@ -219,7 +194,7 @@ bool CZELThumbFlashCache::m_GetDeciveList(DeviceMap& deviceMap, zel_storage_devi
     ZEL_LOG_INFO("[start to excute m_GetDeciveList]...\n");
     AttachedStorages attached(type);
     ZEL_LOG_INFO(" zel_get_usb_list has return to zel_get_usb_list ");
-    if (attached.IsListed()) {
+    if (attached.bListed) {
         ZEL_LOG_INFO("zel_get_usb_storage_list device type = [%d]", static_cast<int>(type));
         attached.Collect();
     }
@@ -231,12 +206,12 @@ bool CZELThumbFlashCache::m_GetDeciveList(DeviceMap& deviceMap, zel_storage_devi
         return false;
     }
     deviceMap.clear();
-    if (attached.Count() == 0) {
+    if (attached.count == 0) {
         ZEL_LOG_INFO("PTP Storage Not is Exist\n");
         return false;
     }
-    ZEL_LOG_INFO("usblist.size === [%d]", static_cast<int>(attached.Storages().size()));
-    for (_zel_storage_s* storage : attached.Storages()) {
+    ZEL_LOG_INFO("usblist.size === [%d]", static_cast<int>(attached.storages.size()));
+    for (_zel_storage_s* storage : attached.storages) {
         const char* serialNumber = OrEmpty(zel_storage_get_serialnumber(storage));
         if (*serialNumber != '\0') {
             ZEL_LOG_INFO(" serialNumber = [%s]\n", serialNumber);
@@ -251,7 +226,7 @@ bool CZELThumbFlashCache::m_GetStorageList(DeviceMap& deviceMap) try {
     ZEL_LOG_INFO("[start to excute m_GetStorageList]...\n");
     AttachedStorages attached(ZEL_STORAGE_DEVICE_TYPE_USB);
     ZEL_LOG_INFO(" zel_get_usb_list has return to zel_get_usb_list ");
-    if (attached.IsListed()) {
+    if (attached.bListed) {
         ZEL_LOG_INFO("m_GetStorageList device type = [%d]",
                      static_cast<int>(ZEL_STORAGE_DEVICE_TYPE_USB));
         attached.Collect();

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
-#include <string>
 #include <string_view>
 #include <tuple>
 
@@ -36,8 +35,6 @@ public:
             m_CacheSize = WrappingSubtract(m_CacheSize, m_Item.Size);
         }
     }
-    SpaceReservation(const SpaceReservation&) = delete;
-    SpaceReservation& operator=(const SpaceReservation&) = delete;
 
     void Keep() { m_bKept = true; }
 

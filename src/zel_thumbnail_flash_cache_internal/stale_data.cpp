@@ -25,16 +25,13 @@ void RemoveItems(CZELThumbFlashCache::ItemList& items, int& cacheSize, Test isGo
 
 }  // namespace
 
-bool CZELThumbFlashCache::m_DelUnvalidData(std::map<std::string, std::string>& usbFlashMap,
-                                           std::map<std::string, std::string>& ptpFlashMap) {
+bool CZELThumbFlashCache::m_DelUnvalidData(DeviceMap& usbFlashMap, DeviceMap& ptpFlashMap) {
     ZEL_LOG_INFO("usbFlashMap size= [%d],ptpFlashMap size= [%d]\n",
                  static_cast<int>(usbFlashMap.size()), static_cast<int>(ptpFlashMap.size()));
     if (usbFlashMap.empty() && ptpFlashMap.empty()) {
         m_RemoveAllFolders();
     } else {
-        m_RemoveFoldersUnless([&](const std::string& strId) {
-            return usbFlashMap.count(strId) != 0 || ptpFlashMap.count(strId) != 0;
-        });
+        m_RemoveUnknownFolders(usbFlashMap, ptpFlashMap);
     }
     return true;
 }
@@ -51,15 +48,15 @@ void CZELThumbFlashCache::m_RemoveAllFolders() {
 }
 
 // The thumbnails of all stale folders go in one walk: an index may hold any number of folders.
-void CZELThumbFlashCache::m_RemoveFoldersUnless(
-    const std::function<bool(const std::string& strId)>& isKnown) {
+void CZELThumbFlashCache::m_RemoveUnknownFolders(const DeviceMap& usbFlashMap,
+                                                 const DeviceMap& ptpFlashMap) {
     FolderList staleFolders;
     std::unordered_set<std::string_view> stalePaths;
     for (auto next = m_ThumbFolderList.begin(); next != m_ThumbFolderList.end();) {
         const auto folder = next++;
         const std::string& path = (*folder)->Path;
         ZEL_LOG_INFO("m_ThumbFolderList get id = [%s]\n", (*folder)->Sid.c_str());
-        if (isKnown((*folder)->Sid)) {
+        if (usbFlashMap.count((*folder)->Sid) != 0 || ptpFlashMap.count((*folder)->Sid) != 0) {
             continue;
         }
         staleFolders.splice(staleFolders.end(), m_ThumbFolderList, folder);

@@ -15,11 +15,11 @@
 #include "thumb_file_record.h"
 #include "thumb_file_scan.h"
 #include "util/file_descriptor.h"
+#include "util/log.h"
 #include "util/replacement_file.h"
 
 namespace {
 
-constexpr mode_t newFileMode = 0666;
 constexpr std::ptrdiff_t bufferSize = 1048577;
 constexpr std::ptrdiff_t firstReadSize = 1048576;
 constexpr std::ptrdiff_t nextReadSize = 1048575;
@@ -42,27 +42,27 @@ void CutBack(CZELFileDescriptor& file, std::size_t written) {
 
 }  // namespace
 
-CZELThumbFile::LoadResult CZELThumbFile::Load(const TakeRecord& takeRecord) {
+bool CZELThumbFile::Load(const TakeRecord& takeRecord) {
     ForgetUnread();
     // Without O_NONBLOCK a named pipe that nobody writes to would stop the start here.
     CZELFileDescriptor file(open(m_Path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file.IsOpen()) {
         m_State.bIsRead = errno == ENOENT;
-        return LoadResult::NotOpened;
+        ZEL_LOG_INFO("open %s fail , error =%d \n", m_Path.c_str(), errno);
+        return false;
     }
     const std::unique_ptr<char[]> pBuf(new (std::nothrow) char[bufferSize]);
     if (!pBuf) {
-        return LoadResult::NoMemory;
+        ZEL_LOG_INFO("malloc pBuf failed...\n");
+        return false;
     }
     std::ptrdiff_t carried = 0;
     std::ptrdiff_t readSize = firstReadSize;
-    bool bEndIsSeen = false;
     while (readSize > 0) {
         std::size_t count = 0;
         m_State.bIsRead =
             file.ReadUpTo(pBuf.get() + carried, static_cast<std::size_t>(readSize), count);
         if (count == 0) {
-            bEndIsSeen = true;
             break;
         }
         const std::ptrdiff_t held = carried + static_cast<std::ptrdiff_t>(count);
@@ -76,15 +76,17 @@ CZELThumbFile::LoadResult CZELThumbFile::Load(const TakeRecord& takeRecord) {
         std::memmove(pBuf.get(), pBuf.get() + (held - carried), static_cast<std::size_t>(carried));
         readSize = nextReadSize - carried;
     }
+    // A buffer that is full ends the reading before the end.
     m_State.bNeedsRewrite =
-        !bEndIsSeen || HidesItsEnd({pBuf.get(), static_cast<std::size_t>(carried)});
-    return LoadResult::Loaded;
+        readSize <= 0 || HidesItsEnd({pBuf.get(), static_cast<std::size_t>(carried)});
+    return true;
 }
 
 CZELThumbFile::AppendResult CZELThumbFile::Append(std::string_view record) {
     CZELFileDescriptor file(
         open(m_Path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, newFileMode));
     if (!file.IsOpen()) {
+        ZEL_LOG_INFO("Failed to create %s\tfile.\n", m_Path.c_str());
         return AppendResult::NotOpened;
     }
     if (NeedsRewrite()) {
@@ -103,33 +105,33 @@ CZELThumbFile::AppendResult CZELThumbFile::Append(std::string_view record) {
         return AppendResult::Short;
     }
     m_State.strMissing.clear();
-    if (!file.Close()) {
-        return AppendResult::Short;
-    }
-    m_State.bEndIsWhole = true;
-    return AppendResult::Appended;
+    m_State.bEndIsWhole = file.Close();
+    return m_State.bEndIsWhole ? AppendResult::Appended : AppendResult::Short;
 }
 
 void CZELThumbFile::ReserveAppends(std::size_t count) {
     m_State.strMissing.reserve(m_State.strMissing.size() + count * thumbFileRecordMaxLength);
 }
 
-CZELThumbFile::RewriteResult CZELThumbFile::Rewrite(const WriteRecords& writeRecords) {
+bool CZELThumbFile::Rewrite(const WriteRecords& writeRecords) {
     CZELReplacementFile file(m_Path);
     if (!file.Open()) {
-        return RewriteResult::NotOpened;
+        ZEL_LOG_INFO("Failed to create %s  file.\n", m_Path.c_str());
+        return false;
     }
     m_State.bEndIsWhole = false;
     if (!m_State.bIsRead) {
-        return RewriteResult::Unread;
+        ZEL_LOG_INFO("m_RefreshThumbFile keeps what could not be read\n");
+        return false;
     }
-    if (writeRecords(file)) {
-        m_State.bEndIsWhole = true;
-        m_State.bNeedsRewrite = false;
-    } else if (!m_State.strMissing.empty()) {
-        // Some of the missing records may be of thumbnails that are gone.
-        m_State.bNeedsRewrite = true;
+    bool bWritten = writeRecords(file);
+    if (bWritten && !file.Commit()) {
+        ZEL_LOG_INFO("m_RefreshThumbFile fwrite failed...\n");
+        bWritten = false;
     }
+    m_State.bEndIsWhole = bWritten;
+    // Some of the missing records may be of thumbnails that are gone.
+    m_State.bNeedsRewrite = !bWritten && (m_State.bNeedsRewrite || !m_State.strMissing.empty());
     m_State.strMissing.clear();
-    return RewriteResult::Tried;
+    return true;
 }

@@ -14,7 +14,8 @@ class CZELReplacementFile;
 
 /**
  * Reads, extends and replaces the text of the thumb file, and remembers what became of it. What a
- * record says is left to others. Not for use by several threads.
+ * record says is left to others. Each failure of the file is one line of log. Not for use by
+ * several threads.
  */
 class CZELThumbFile {
 public:
@@ -33,12 +34,12 @@ public:
 
     /** Takes a record, from its "<" to the ">" at that distance. */
     using TakeRecord = std::function<void(char* start, int length)>;
-    enum class LoadResult { Loaded, NotOpened, NoMemory };
     /**
-     * Hands over all records of the file, of which only one has to be in memory at a time. After
-     * NotOpened the reason is in errno. Passes on what is thrown by the taker.
+     * Hands over all records of the file, of which only one has to be in memory at a time. Passes
+     * on what is thrown by the taker.
+     * @return false when the file cannot be opened or there is no memory to read it into
      */
-    [[nodiscard]] LoadResult Load(const TakeRecord& takeRecord);
+    [[nodiscard]] bool Load(const TakeRecord& takeRecord);
 
     /** Whether what is appended would not be read, or come too late, without a rewrite before. */
     [[nodiscard]] bool NeedsRewrite() const { return m_State.bNeedsRewrite && m_State.bIsRead; }
@@ -56,12 +57,11 @@ public:
 
     /** Puts all records into the new text of the file; false when the device is full or fails. */
     using WriteRecords = std::function<bool(CZELReplacementFile&)>;
-    enum class RewriteResult { Tried, NotOpened, Unread };
     /**
-     * Replaces the text of the file; keeps the old one where that fails, and where it holds what
-     * nobody has read.
+     * Replaces the text of the file, or keeps the old one where the device is full or fails.
+     * @return false when the file cannot be opened, or holds what nobody has read, which stays
      */
-    [[nodiscard]] RewriteResult Rewrite(const WriteRecords& writeRecords);
+    [[nodiscard]] bool Rewrite(const WriteRecords& writeRecords);
 
 private:
     struct State {

@@ -1,9 +1,11 @@
 #include "thumb_file_record.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
+#include <tuple>
 
 #include "util/size_arithmetic.h"
 
@@ -11,7 +13,7 @@ using namespace std::string_view_literals;
 
 namespace {
 
-constexpr std::string_view separators = "\">\0"sv;
+constexpr std::size_t maxNumberLength = 10;
 
 // The text of a number.
 class Digits {
@@ -63,7 +65,7 @@ public:
 
     void Put(const Text& text) {
         if (text.size() < sizeof(Block)) {
-            m_bHasSeparator |= text.characters.find_first_of(separators) != text.characters.npos;
+            m_bHasSeparator |= text.characters.find_first_of("\">\0"sv) != text.characters.npos;
             Put(text.characters);
             return;
         }
@@ -96,6 +98,83 @@ std::size_t Join(char* text, const Pieces&... pieces) {
     return record.HasSeparator() ? thumbFileRecordUnreadable : length;
 }
 
+// Converts a text as strtol() does, in base 10; the result is held to 32 bits.
+int ToNumber(std::string_view text) {
+    const auto isBlank = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
+    text.remove_prefix(static_cast<std::size_t>(
+        std::find_if_not(text.begin(), text.end(), isBlank) - text.begin()));
+    if (text.substr(0, 1) == "+") {
+        text.remove_prefix(text.substr(1, 1) == "-" ? 0 : 1);
+    }
+    long long value = 0;  // without digits it stays so
+    std::ignore = std::from_chars(text.data(), text.data() + text.size(), value);
+    return HoldToInt32(value);
+}
+
+// Reads the fields of a record from left to right, and remembers what to say of the first that is
+// not as expected; those after it may be anything.
+class RecordReader {
+public:
+    explicit RecordReader(std::string_view text) : m_Rest(text) {}
+
+    // The text of a field that ends with a double quote and any one character.
+    std::string Quoted(std::string_view key, const char* badKey, const char* badValue) {
+        m_Step(key, badKey);
+        const std::string_view value = m_Take('"', badValue);
+        m_Rest.remove_prefix(m_Rest.empty() ? 0 : 1);
+        return std::string(value);
+    }
+
+    // The number of a field that ends with a comma.
+    int Number(std::string_view key, const char* badKey, const char* badValue) {
+        m_Step(key, badKey);
+        const std::string_view value = m_Take(',', badValue);
+        return m_Expect(value.size() <= maxNumberLength, badValue) ? ToNumber(value) : 0;
+    }
+
+    // The device type at the end, of which only the first character counts.
+    int DeviceType(const char* badKey, const char* badValue) {
+        m_Step("Devicetype=", badKey);
+        m_Expect(!m_Rest.empty() && std::find(m_Rest.begin(), m_Rest.end(), '>') == m_Rest.end(),
+                 badValue);
+        const char first = m_Rest.empty() ? '\0' : m_Rest.front();
+        m_Expect(first == '0' || first == '1', "unknown device type\n");
+        return first == '0' ? DEVICE_TYPE_USB : DEVICE_TYPE_PTP;
+    }
+
+    [[nodiscard]] std::string_view Rest() const { return m_Rest; }
+    [[nodiscard]] const char* Failure() const { return m_Failure; }
+
+private:
+    bool m_Expect(bool bIsMet, const char* failure) {
+        if (!bIsMet && m_Failure == nullptr) {
+            m_Failure = failure;
+        }
+        return bIsMet;
+    }
+
+    // Steps over a text that must come next.
+    void m_Step(std::string_view expected, const char* failure) {
+        if (m_Expect(m_Rest.substr(0, expected.size()) == expected, failure)) {
+            m_Rest.remove_prefix(expected.size());
+        }
+    }
+
+    // Takes what stands before a closing character, and steps over both.
+    std::string_view m_Take(char end, const char* failure) {
+        const std::size_t length = m_Rest.find(end);
+        if (!m_Expect(length != 0 && length != m_Rest.npos, failure)) {
+            return {};
+        }
+        const std::string_view value = m_Rest.substr(0, length);
+        m_Rest.remove_prefix(length + 1);
+        return value;
+    }
+
+    std::string_view m_Rest;
+    const char* m_Failure = nullptr;
+};
+
 }  // namespace
 
 std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item, char* text) {
@@ -110,40 +189,34 @@ std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheFolde
                 "\",Devicetype="sv, Digits(folder.Devicetype).Get(), ">\r\n"sv);
 }
 
-bool CZELThumbFileCursor::TakeNumber(char end, int& number) {
-    constexpr std::size_t maxLength = 10;
-    const auto isBlank = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
-    std::size_t length = 0;
-    while (length < m_Rest.size() && length <= maxLength && m_Rest[length] != end) {
-        ++length;
-    }
-    if (length == 0 || length > maxLength || length == m_Rest.size()) {
-        return false;
-    }
-    std::string_view text = m_Rest.substr(0, length);
-    m_Rest.remove_prefix(length + 1);
-    while (!text.empty() && isBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    const bool bNegative = !text.empty() && text.front() == '-';
-    if (bNegative || (!text.empty() && text.front() == '+')) {
-        text.remove_prefix(1);
-    }
-    long long value = 0;
-    for (const char digit : text) {
-        if (digit < '0' || digit > '9') {
-            break;
-        }
-        value = 10 * value + (digit - '0');
-    }
-    number = HoldToInt32(bNegative ? -value : value);
-    return true;
+const char* ReadThumbFileRecordType(std::string_view text, int& type, std::string_view& rest) {
+    RecordReader record(text);
+    type = record.Number("Type=", "parse Type failed\n", "parse StorageId failed\n");
+    rest = record.Rest();
+    return record.Failure();
 }
 
-bool ParseThumbFileDeviceType(std::string_view text, int& type) {
-    if (text.front() != '0' && text.front() != '1') {
-        return false;
-    }
-    type = text.front() == '0' ? DEVICE_TYPE_USB : DEVICE_TYPE_PTP;
-    return true;
+const char* ReadThumbFileRecord(std::string_view text,
+                                CZELThumbFlashCache::CZELFlashCacheItem& item) {
+    RecordReader record(text);
+    item.Path =
+        record.Quoted("Path=\"", "parseItem FolderPath failed\n", "parseItem FolderPath failed\n");
+    item.URL = record.Quoted("URL=\"", "parseItem URL failed\n", "parseItem URL failed\n");
+    item.Size =
+        std::max(record.Number("Size=", "parse Size failed###\n", "parse Size failed\n"), 0);
+    item.Devicetype =
+        record.DeviceType("parse folder path failed###\n", "parse device type failed\n");
+    return record.Failure();
+}
+
+const char* ReadThumbFileRecord(std::string_view text,
+                                CZELThumbFlashCache::CZELFlashCacheFolderItem& folder) {
+    RecordReader record(text);
+    folder.Sid =
+        record.Quoted("Sid=\"", "m_ParseFolderItem Sid failed\n", "m_ParseFolderItem Sid failed\n");
+    folder.Path =
+        record.Quoted("Path=\"", "parse folder path failed###\n", "parse folder path failed\n");
+    folder.Devicetype =
+        record.DeviceType("parse folder path failed###\n", "parse folder path failed\n");
+    return record.Failure();
 }

@@ -40,59 +40,23 @@ constexpr std::size_t thumbFileRecordUnreadable = static_cast<std::size_t>(-1);
     const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder, char* text);
 
 /**
- * Reads the text of a record from left to right. Looks at nothing but the text it is given, which
- * is the record without its ">", and stays where it is when something is not as expected.
+ * Reads the type of a record, which is in base 10 and held to 32 bits.
+ * @param text  the record without its "<" and ">"
+ * @param rest  receives what follows the comma behind the type
+ * @return null, or the line of log that tells what is not as expected
  */
-class CZELThumbFileCursor {
-public:
-    explicit CZELThumbFileCursor(std::string_view text) : m_Rest(text) {}
-
-    /** Steps over a text that must come next; false when it does not. */
-    [[nodiscard]] bool Step(std::string_view expected) {
-        if (m_Rest.substr(0, expected.size()) != expected) {
-            return false;
-        }
-        m_Rest.remove_prefix(expected.size());
-        return true;
-    }
-
-    /** Steps over any one character. */
-    void StepOne() { m_Rest.remove_prefix(m_Rest.empty() ? 0 : 1); }
-
-    /**
-     * Takes the characters up to a closing one, which must follow, and steps over both.
-     * @param value  receives at least one character; valid as long as the record
-     */
-    [[nodiscard]] bool TakeUntil(char end, std::string_view& value) {
-        const std::size_t length = m_Rest.find(end);
-        if (length == std::string_view::npos || length == 0) {
-            return false;
-        }
-        value = m_Rest.substr(0, length);
-        m_Rest.remove_prefix(length + 1);
-        return true;
-    }
-
-    /**
-     * Takes the text of a number up to a closing character, which must follow, and steps over both.
-     * The number is in base 10; leading blanks and a sign are allowed, it ends at the first
-     * non-digit, is 0 without digits and is held to 32 bits.
-     * @return false when the text is empty or has more than 10 characters
-     */
-    [[nodiscard]] bool TakeNumber(char end, int& number);
-
-    /** What is still to be read. */
-    [[nodiscard]] std::string_view Rest() const { return m_Rest; }
-
-private:
-    std::string_view m_Rest;
-};
+[[nodiscard]] const char* ReadThumbFileRecordType(std::string_view text, int& type,
+                                                  std::string_view& rest);
 
 /**
- * Converts the text of a device type, of which only the first character counts.
- * @param text  not empty
- * @return false when that is neither "0" nor "1"
+ * Reads the fields of a record. A size below 0 is taken for 0.
+ * @param text  what follows the comma behind the type, without the ">"
+ * @return null, or the line of log that tells the first field that is not as expected, in which
+ *         case those of the object may be anything
  */
-[[nodiscard]] bool ParseThumbFileDeviceType(std::string_view text, int& type);
+[[nodiscard]] const char* ReadThumbFileRecord(std::string_view text,
+                                              CZELThumbFlashCache::CZELFlashCacheItem& item);
+[[nodiscard]] const char* ReadThumbFileRecord(
+    std::string_view text, CZELThumbFlashCache::CZELFlashCacheFolderItem& folder);
 
 #endif

@@ -4,7 +4,6 @@
 #include <tuple>
 
 #include "thumb_file_record.h"
-#include "util/file_descriptor.h"
 #include "util/log.h"
 #include "util/replacement_file.h"
 #include "zel_thumbnail_flash_cache_internal.h"
@@ -13,17 +12,29 @@ namespace {
 
 static_assert(thumbFileRecordMaxLength <= CZELReplacementFile::maxPiece);
 
-// Puts a record into the new text of the index; one that could not be read back is left out. False
-// when the device is full or fails.
+// Writes a record to where there is room for one, and returns it; nothing when it could not be read
+// back as it is.
 template <class Record>
-bool PutRecord(const Record& record, CZELReplacementFile& file, const char* kind,
-               const char* writer) {
-    const std::size_t length = FormatThumbFileRecord(record, file.Room());
+std::string_view Format(const Record& record, char* room, const char* user) {
+    const std::size_t length = FormatThumbFileRecord(record, room);
     if (length == 0) {
-        ZEL_LOG_INFO("m_RefreshThumbFile %s record is too long\n", kind);
-    } else if (length == thumbFileRecordUnreadable) {
-        ZEL_LOG_INFO("m_RefreshThumbFile %s record holds \" or > or NUL\n", kind);
-    } else if (!file.Append(length)) {
+        ZEL_LOG_INFO("%s record is too long\n", user);
+        return {};
+    }
+    if (length == thumbFileRecordUnreadable) {
+        ZEL_LOG_INFO("%s record holds \" or > or NUL\n", user);
+        return {};
+    }
+    return {room, length};
+}
+
+// Puts a record into the new text of the index, or leaves it out. False when the device is full or
+// fails.
+template <class Record>
+bool PutRecord(const Record& record, CZELReplacementFile& file, const char* user,
+               const char* writer) {
+    const std::string_view text = Format(record, file.Room(), user);
+    if (!text.empty() && !file.Append(text.size())) {
         ZEL_LOG_INFO("%s fwrite failed...\n", writer);
         return false;
     }
@@ -34,7 +45,7 @@ bool PutFolders(const CZELThumbFlashCache::FolderList& folders, CZELReplacementF
     for (const auto& folder : folders) {
         if (folder->Sid.empty() || folder->Path.empty()) {
             ZEL_LOG_INFO("strSid or strPath is empty###\n");
-        } else if (!PutRecord(*folder, file, "folder", "m_RefreshThumbFile")) {
+        } else if (!PutRecord(*folder, file, "m_RefreshThumbFile folder", "m_RefreshThumbFile")) {
             return false;
         }
     }
@@ -43,17 +54,10 @@ bool PutFolders(const CZELThumbFlashCache::FolderList& folders, CZELReplacementF
 
 bool PutItems(const CZELThumbFlashCache::ItemList& items, CZELReplacementFile& file) {
     for (const auto& item : items) {
-        if (!item->Path.empty() && !PutRecord(*item, file, "thumbnail", "m_AddItemToThumbFile")) {
+        if (!item->Path.empty() &&
+            !PutRecord(*item, file, "m_RefreshThumbFile thumbnail", "m_AddItemToThumbFile")) {
             return false;
         }
-    }
-    return true;
-}
-
-bool Publish(CZELReplacementFile& file) {
-    if (!file.Commit()) {
-        ZEL_LOG_INFO("m_RefreshThumbFile fwrite failed...\n");
-        return false;
     }
     return true;
 }
@@ -68,19 +72,10 @@ CZELThumbFlashCache::AppendResult CZELThumbFlashCache::m_AppendRecord(std::strin
 }
 
 bool CZELThumbFlashCache::m_RefreshThumbFile() try {
-    using Result = CZELThumbFile::RewriteResult;
     ZEL_LOG_INFO("m_RefreshThumbFile...\n");
-    const Result result =
-        m_ThumbFile.Rewrite([this](CZELReplacementFile& file) ZEL_REQUIRES(m_Lock) {
-            return PutFolders(m_ThumbFolderList, file) && PutItems(m_ThumbItemList, file) &&
-                   Publish(file);
-        });
-    if (result == Result::NotOpened) {
-        ZEL_LOG_INFO("Failed to create %s  file.\n", m_strCachePath.c_str());
-    } else if (result == Result::Unread) {
-        ZEL_LOG_INFO("m_RefreshThumbFile keeps what could not be read\n");
-    }
-    return result == Result::Tried;
+    return m_ThumbFile.Rewrite([this](CZELReplacementFile& file) ZEL_REQUIRES(m_Lock) {
+        return PutFolders(m_ThumbFolderList, file) && PutItems(m_ThumbItemList, file);
+    });
 } catch (const std::exception& error) {
     ZEL_LOG_WARN("m_RefreshThumbFile failed: %s", error.what());
     return false;
@@ -96,25 +91,16 @@ bool CZELThumbFlashCache::m_AddItemToThumbFile(
         ZEL_LOG_INFO("m_AddItemToThumbFile strPath is empty or Size < 0\n");
         return false;
     }
-    std::array<char, thumbFileRecordMaxLength> text;
-    const std::size_t length = FormatThumbFileRecord(*pThumbItem, text.data());
-    if (length == 0) {
-        ZEL_LOG_INFO("m_AddItemToThumbFile record is too long\n");
+    std::array<char, thumbFileRecordMaxLength> room;
+    const std::string_view record = Format(*pThumbItem, room.data(), "m_AddItemToThumbFile");
+    if (record.empty()) {
         return false;
     }
-    if (length == thumbFileRecordUnreadable) {
-        ZEL_LOG_INFO("m_AddItemToThumbFile record holds \" or > or NUL\n");
-        return false;
-    }
-    const AppendResult result = m_AppendRecord({text.data(), length});
-    if (result == AppendResult::NotOpened) {
-        ZEL_LOG_INFO("Failed to create %s\tfile.\n", m_strCachePath.c_str());
-        return false;
-    }
+    const AppendResult result = m_AppendRecord(record);
     if (result == AppendResult::Short) {
         ZEL_LOG_INFO("m_AddItemToThumbFile fwrite failed...\n");
     }
-    return true;
+    return result != AppendResult::NotOpened;
 }
 
 bool CZELThumbFlashCache::m_AddFolderItemToThumbFile(
@@ -127,23 +113,15 @@ bool CZELThumbFlashCache::m_AddFolderItemToThumbFile(
         ZEL_LOG_INFO("m_AddFolderItemToThumbFile strSid or strPath is empty\n");
         return false;
     }
-    std::array<char, thumbFileRecordMaxLength> text;
-    const std::size_t length = FormatThumbFileRecord(*pThumbFolderItem, text.data());
-    if (length == 0) {
-        ZEL_LOG_INFO("m_AddFolderItemToThumbFile record is too long\n");
+    std::array<char, thumbFileRecordMaxLength> room;
+    const std::string_view record =
+        Format(*pThumbFolderItem, room.data(), "m_AddFolderItemToThumbFile");
+    if (record.empty()) {
         return false;
     }
-    if (length == thumbFileRecordUnreadable) {
-        ZEL_LOG_INFO("m_AddFolderItemToThumbFile record holds \" or > or NUL\n");
-        return false;
-    }
-    const AppendResult result = m_AppendRecord({text.data(), length});
-    if (result == AppendResult::NotOpened) {
-        ZEL_LOG_INFO("Failed to create %s\tfile.\n", m_strCachePath.c_str());
-        return false;
-    }
+    const AppendResult result = m_AppendRecord(record);
     if (result == AppendResult::Short) {
         ZEL_LOG_WARN("m_AddFolderItemToThumbFile fwrite failed...\n");
     }
-    return true;
+    return result != AppendResult::NotOpened;
 }

@@ -16,7 +16,6 @@
 namespace {
 
 constexpr std::size_t bufferSize = std::size_t{256} * 1024;
-constexpr mode_t newFileMode = 0666;
 constexpr mode_t permissionBits = 07777;
 
 // Whether a directory that gives this error takes no new file, or keeps the old one, though the old

@@ -34,9 +34,6 @@ public:
     explicit CZELReplacementFile(std::string path) : m_Path(std::move(path)) {}
     ~CZELReplacementFile();
 
-    CZELReplacementFile(const CZELReplacementFile&) = delete;
-    CZELReplacementFile& operator=(const CZELReplacementFile&) = delete;
-
     /**
      * Begins; creates an empty file where there is none. Throws std::bad_alloc.
      * @return false when the path cannot be opened for writing
