@@ -6,7 +6,8 @@ set_target_properties(zel-thumbnail-flash-cache PROPERTIES INSTALL_RPATH "$ORIGI
 install(TARGETS zel-thumbnail-flash-cache
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
         NAMELINK_COMPONENT development)
-install(FILES include/zel_thumbnail_flash_cache.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+install(FILES include/zel_thumbnail_flash_cache.h include/zel_thumbnail_flash_cache_events.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
         COMPONENT development)
 
 # A device has platform libraries of its own, which it names in the cache.

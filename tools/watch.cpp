@@ -8,7 +8,7 @@
 #include "index_lock.h"
 #include "report.h"
 #include "zel_platform_storage_events.h"
-#include "zel_thumbnail_flash_cache_internal.h"
+#include "zel_thumbnail_flash_cache_events.h"
 
 namespace {
 
@@ -18,18 +18,17 @@ void PrintLine(const std::string& line) {
     std::ignore = std::fflush(stdout);  // main() reports a standard output that failed
 }
 
-void HandleEvent(void* engine, zel_storage_event_e event, _zel_storage_s*& storage) {
+void HandleEvent(void*, zel_storage_event_e event, _zel_storage_s*& storage) {
     const char* mount = zel_storage_get_mountpath(storage);
     const std::string path = mount != nullptr ? Printable(mount) : "";
-    CZELThumbFlashCache::s_ZELUSBConnctedCallback(engine, event, storage);
+    zel_thumbnail_flash_cache_storage_event(event, storage);
     PrintLine((event == ZEL_STORAGE_EVENT_REMOVED ? "removed " : "connected ") + path);
 }
 
 class Registration {
 public:
     Registration() {
-        if (zel_storage_register_event_cb(HandleEvent,
-                                          CZELSingleton<CZELThumbFlashCache>::m_pObj) != 0) {
+        if (zel_storage_register_event_cb(HandleEvent, nullptr) != 0) {
             throw std::runtime_error("the storages cannot be watched");
         }
     }
