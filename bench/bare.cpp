@@ -26,6 +26,28 @@ void Check(bool done) {
     }
 }
 
+// Encodes a picture into a stream, which is closed.
+void EncodeJpeg(std::vector<unsigned char>& picture, int xsize, int ysize, FILE* out) {
+    Check(out != nullptr);
+    jpeg_compress_struct codec{};
+    jpeg_error_mgr errors;
+    codec.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&codec);
+    jpeg_stdio_dest(&codec, out);
+    codec.image_width = xsize, codec.image_height = ysize;
+    codec.in_color_space = JCS_EXT_BGRX, codec.input_components = 4;
+    jpeg_set_defaults(&codec);
+    jpeg_set_quality(&codec, 100, TRUE);
+    jpeg_start_compress(&codec, TRUE);
+    while (codec.next_scanline < codec.image_height) {
+        JSAMPROW row = &picture[4UL * xsize * codec.next_scanline];
+        jpeg_write_scanlines(&codec, &row, 1);
+    }
+    jpeg_finish_compress(&codec);
+    jpeg_destroy_compress(&codec);
+    Check(std::fclose(out) == 0);
+}
+
 }  // namespace
 
 Folder::Folder() {
@@ -58,25 +80,15 @@ std::string MakeRecord(const std::string& folder, int number, long size) {
 }
 
 void EncodeJpeg(std::vector<unsigned char>& picture, int xsize, int ysize, const char* file) {
-    FILE* out = std::fopen(file, "wb");
-    Check(out != nullptr);
-    jpeg_compress_struct codec{};
-    jpeg_error_mgr errors;
-    codec.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&codec);
-    jpeg_stdio_dest(&codec, out);
-    codec.image_width = xsize, codec.image_height = ysize;
-    codec.in_color_space = JCS_EXT_BGRX, codec.input_components = 4;
-    jpeg_set_defaults(&codec);
-    jpeg_set_quality(&codec, 100, TRUE);
-    jpeg_start_compress(&codec, TRUE);
-    while (codec.next_scanline < codec.image_height) {
-        JSAMPROW row = &picture[4UL * xsize * codec.next_scanline];
-        jpeg_write_scanlines(&codec, &row, 1);
-    }
-    jpeg_finish_compress(&codec);
-    jpeg_destroy_compress(&codec);
-    Check(std::fclose(out) == 0);
+    EncodeJpeg(picture, xsize, ysize, std::fopen(file, "wb"));
+}
+
+std::string EncodeJpeg(std::vector<unsigned char>& picture, int xsize, int ysize) {
+    char* text = nullptr;
+    std::size_t size = 0;
+    EncodeJpeg(picture, xsize, ysize, open_memstream(&text, &size));
+    const std::unique_ptr<char, decltype(&std::free)> owner(text, std::free);
+    return {text, size};
 }
 
 void Append(const std::string& file, const std::string& text) {

@@ -31,6 +31,9 @@ std::string MakeRecord(const std::string& folder, int number, long size);
 // Encodes a picture into a file.
 void EncodeJpeg(std::vector<unsigned char>& picture, int xsize, int ysize, const char* file);
 
+// The bytes of that file, without one.
+std::string EncodeJpeg(std::vector<unsigned char>& picture, int xsize, int ysize);
+
 // Appends a text to a file.
 void Append(const std::string& file, const std::string& text);
 

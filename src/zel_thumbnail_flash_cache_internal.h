@@ -179,8 +179,10 @@ public:
                                  std::string& strMountPath);
 
     // Storing one thumbnail (insertion.cpp)
-    /** Adds a new thumbnail's estimate to the accounted size and evicts the oldest above the
-     * ceiling. */
+    /**
+     * Adds a new thumbnail's estimate to the accounted size. Above the ceiling evicts the oldest
+     * until m_EvictionHeadroom bytes are free below it.
+     */
     void m_ReserveSpace(long size) ZEL_REQUIRES(m_Lock);
     /**
      * Writes the image, corrects the accounted size to the size of the file, and appends the
@@ -305,6 +307,9 @@ public:
     std::condition_variable m_WorkerFinished;
     int m_WorkerCount = 0;                          ///< workers that still use this object
     std::optional<std::string> m_strNextCachePath;  ///< to become m_strCachePath
+
+    // The bytes below the ceiling that an eviction leaves free, once one is needed.
+    int m_EvictionHeadroom ZEL_GUARDED_BY(m_Lock);
 };
 
 extern template CZELThumbFlashCache* CZELSingleton<CZELThumbFlashCache>::m_pObj;

@@ -92,6 +92,7 @@ const std::map<std::string, Scenario::Command>& Scenario::Commands() {
                                               zel_storage_event_e(number(words, 0)), storage);
          }},
         // The engine's members
+        {"headroom", [](auto&, auto words) { TheEngine().m_EvictionHeadroom = number(words, 0); }},
         {"m_LoadThumbFile",
          [](auto& self, auto words) {
              TheEngine().m_ResetState();

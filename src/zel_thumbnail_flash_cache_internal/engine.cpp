@@ -10,7 +10,7 @@
 
 template CZELThumbFlashCache* CZELSingleton<CZELThumbFlashCache>::m_pObj;
 
-CZELThumbFlashCache::CZELThumbFlashCache() {
+CZELThumbFlashCache::CZELThumbFlashCache() : m_EvictionHeadroom(ZEL_EVICTION_HEADROOM) {
     ZEL_LOG_INFO("constuct...");
     g_mutex_init(&m_Mutex);
 }

@@ -46,7 +46,7 @@ void CZELThumbFlashCache::m_ReserveSpace(long size) {
     ZEL_LOG_INFO("m_CacheSize > ZEL_FLASH_CACHE_MAX\n");
     long m = WrappingSubtract(m_CacheSize, ZEL_FLASH_CACHE_MAX);
     ZEL_LOG_INFO("m = [%ld]\n", m);
-    while (m > 0 && !m_ThumbItemList.empty()) {
+    while (m > -m_EvictionHeadroom && !m_ThumbItemList.empty()) {
         ZEL_LOG_INFO("m 11= [%ld]\n", m);
         const CZELFlashCacheItem& oldest = *m_ThumbItemList.front();
         m = WrappingSubtract(m, oldest.Size);
