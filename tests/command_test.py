@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The command as a process; the environment variable ZEL_COMMAND is its path."""
+"""The command as a process; the environment variable ZEL_COMMAND says how it is called."""
 import contextlib
 import json
 import os
@@ -8,6 +8,7 @@ import pty
 import random
 import re
 import resource
+import shlex
 import signal
 import struct
 import subprocess
@@ -15,7 +16,7 @@ import tempfile
 import unittest
 import zlib
 
-COMMAND = os.environ["ZEL_COMMAND"]
+COMMAND = shlex.split(os.environ["ZEL_COMMAND"])
 USB = "/opt/storage/usb/"
 RED, GREEN, BLUE, YELLOW = COLOURS = (255, 0, 0), (0, 255, 0), (0, 0, 255), (255, 255, 0)
 
@@ -92,7 +93,7 @@ def table(output):
 
 
 def setUpModule():
-    if not os.environ.get("ZEL_SANITIZE"):  # a sanitizer reserves more memory than that
+    if not os.environ.get("ZEL_RESERVES_MEMORY"):  # as sanitizers and emulators do
         resource.setrlimit(resource.RLIMIT_AS, (2 << 30, 2 << 30))
 
 
@@ -120,11 +121,11 @@ class CommandTest(unittest.TestCase):
 
     def run_command(self, line, *words, **settings):
         pipes = dict.fromkeys(("stdout", "stderr"), subprocess.PIPE)
-        return subprocess.run([COMMAND, *line.split(), *words], check=False, timeout=60,
+        return subprocess.run([*COMMAND, *line.split(), *words], check=False, timeout=60,
                               **{**pipes, **self.settings, **settings})
 
     def start_watch(self):
-        watch = subprocess.Popen([COMMAND, "watch", "--index", "i"], **self.settings,
+        watch = subprocess.Popen([*COMMAND, "watch", "--index", "i"], **self.settings,
                                  stdout=subprocess.PIPE, preexec_fn=lambda: signal.alarm(60))
         for clean_up in (watch.stdout.close, watch.wait, watch.kill):
             self.addCleanup(clean_up)
@@ -288,7 +289,7 @@ class CommandTest(unittest.TestCase):
             for file in {outer} {inner} {neighbour}
             do mkdir -p ${{file%/*}}; cp p.png $file; done; exec "$@\"""".encode()})
         run = subprocess.run(
-            [*namespace, "sh", "script", COMMAND, *"save --index i --cache c".split(), outer, inner,
+            [*namespace, "sh", "script", *COMMAND, *"save --index i --cache c".split(), outer, inner,
              neighbour, "x.png"], check=False, capture_output=True, timeout=60, **self.settings)
         rows = table(run.stdout)
         self.assertEqual(run.returncode, 1)

@@ -79,9 +79,14 @@ static void ExpectSafe(const char* path, int flags) {
     EXPECT_TRUE(flags & (O_NONBLOCK | O_EXCL | O_DIRECTORY)) << path;
 }
 
+// The C library's own function, of the kind that is for large files if there is one.
+static void* Next(const char* name, const char* large) {
+    void* next = dlsym(RTLD_NEXT, large);
+    return next == nullptr ? dlsym(RTLD_NEXT, name) : next;
+}
 #define NEXT(name)                                                                             \
     ([] {                                                                                      \
-        static const auto next = reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name)); \
+        static const auto next = reinterpret_cast<decltype(&(name))>(Next(#name, #name "64")); \
         return next;                                                                           \
     }())
 // A function: what it gives when it fails, what its trace says, and its parameters.
