@@ -1,0 +1,110 @@
+"""A folder with pictures and a table of mounts, and the command as a process in it; the environment
+variable ZEL_COMMAND says how the command is called."""
+import os
+import pathlib
+import resource
+import shlex
+import signal
+import struct
+import subprocess
+import tempfile
+import unittest
+import zlib
+
+COMMAND = shlex.split(os.environ["ZEL_COMMAND"])
+USB = "/opt/storage/usb/"
+RED, GREEN, BLUE, YELLOW = COLOURS = (255, 0, 0), (0, 255, 0), (0, 0, 255), (255, 255, 0)
+SAVE = "save --index i --cache c --device D1 --size 100"
+
+
+def corners(width, height, colours=COLOURS):
+    """Pixels with these colours at the top left, top right, bottom left and bottom right."""
+    top, bottom = (bytes(left) * (width // 2) + bytes(right) * (width - width // 2)
+                   for left, right in (colours[:2], colours[2:]))
+    return top * (height // 2) + bottom * (height - height // 2)
+
+
+def png(width, height, data=None):
+    data = corners(width, height) if data is None else data
+    channels = len(data) // (width * height) or 3
+    rows = b"".join(b"\0" + data[start:start + width * channels]
+                    for start in range(0, len(data), width * channels))
+    header = struct.pack(">IIBBBBB", width, height, 8, {3: 2, 4: 6}[channels], 0, 0, 0)
+    chunks = b"IHDR" + header, b"IDAT" + zlib.compress(rows), b"IEND"
+    return b"\x89PNG\r\n\x1a\n" + b"".join(struct.pack(">I", len(chunk) - 4) + chunk + struct.pack(
+        ">I", zlib.crc32(chunk)) for chunk in chunks)
+
+
+def jpeg(width, height, orientation):
+    ppm = b"P6 %d %d 255\n" % (width, height) + corners(width, height)
+    data = subprocess.run(["cjpeg"], input=ppm, capture_output=True, check=True).stdout
+    exif = b"Exif\0\0MM" + struct.pack(">HIHHHIHHI", 42, 8, 1, 0x112, 3, 1, orientation, 0, 0)
+    return data[:2] + b"\xff\xe1" + struct.pack(">H", len(exif) + 2) + exif + data[2:]
+
+
+def decode(thumbnail):
+    """The size, and the colours in the middle of each quarter."""
+    ppm = subprocess.run(["djpeg", "-strict", thumbnail], capture_output=True, check=True).stdout
+    _, size, _, data = ppm.split(b"\n", 3)
+    width, height = map(int, size.split())
+    return (width, height), b"".join(
+        data[3 * (y * width + x):][:3] for y in (height // 4, height * 3 // 4)
+        for x in (width // 4, width * 3 // 4))
+
+
+def table(output):
+    return {words[0]: words[1:] for words in map(str.split, output.splitlines()) if words}
+
+
+class CommandTestCase(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        if not os.environ.get("ZEL_RESERVES_MEMORY"):  # as sanitizers and emulators do
+            resource.setrlimit(resource.RLIMIT_AS, (2 << 30, 2 << 30))
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name).resolve()
+        self.settings = {
+            "cwd": self.folder, "encoding": "utf-8", "errors": "surrogateescape",
+            "env": {**os.environ, "LC_ALL": "C.UTF-8", "ZEL_MOUNTINFO": f"{self.folder}/table/now"}}
+        self.attach("D1")
+        self.write({"p.png": png(6, 4), "large.png": png(512, 2)})
+
+    def write(self, files):
+        for name, data in files.items():
+            (self.folder / name).parent.mkdir(parents=True, exist_ok=True)
+            (self.folder / name).write_bytes(data)
+
+    def attach(self, *names):
+        mounts = [(10, "/"), *((ord(name[-1]), USB + name) for name in names)]
+        self.write({"table/new": "".join(
+            f"{id} 1 0:40{id} / {path} rw - vfat /dev/x rw\n" for id, path in mounts).encode()})
+        (self.folder / "table/new").rename(self.folder / "table/now")
+
+    def run_command(self, line, *words, **settings):
+        pipes = dict.fromkeys(("stdout", "stderr"), subprocess.PIPE)
+        return subprocess.run([*COMMAND, *line.split(), *words], check=False, timeout=60,
+                              **{**pipes, **self.settings, **settings})
+
+    def start_watch(self):
+        watch = subprocess.Popen([*COMMAND, "watch", "--index", "i"], **self.settings,
+                                 stdout=subprocess.PIPE, preexec_fn=lambda: signal.alarm(60))
+        for clean_up in (watch.stdout.close, watch.wait, watch.kill):
+            self.addCleanup(clean_up)
+        self.assertEqual(watch.stdout.readline(), "ready\n")
+        return watch
+
+    def files(self):
+        return {path: path.is_file() and path.read_bytes() for path in self.folder.rglob("*")}
+
+    def check_refusal(self, line, status, pattern):
+        with self.subTest(line):
+            before = self.files()
+            run = self.run_command(line)
+            self.assertEqual(run.returncode, status)
+            self.assertEqual(run.stdout, "")
+            self.assertRegex(run.stderr, pattern)
+            self.assertNotIn("\x1b", run.stderr)
+            self.assertEqual(self.files(), before)
