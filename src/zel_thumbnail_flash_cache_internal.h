@@ -194,6 +194,14 @@ public:
     [[nodiscard]] bool m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem,
                                     std::string strId, unsigned char* buffer, int xsize, int ysize,
                                     const char* filename, char* bufferPreset) ZEL_REQUIRES(m_Lock);
+    /**
+     * Appends the record of an item whose image was written, or deletes the image. Then appends
+     * that of its folder, if that is new, and puts it with the others.
+     * @param newFolder  holds the folder, or nothing; empty afterwards if the item was recorded
+     */
+    [[gnu::visibility("hidden"), nodiscard]] bool m_RecordItem(CZELFlashCacheItem& item,
+                                                               FolderList& newFolder)
+        ZEL_REQUIRES(m_Lock);
     /** Deletes the image file of an item. */
     [[nodiscard]] bool m_DeleteItem(boost::intrusive_ptr<CZELFlashCacheItem> pThumbItem)
         ZEL_REQUIRES(m_Lock);

@@ -90,11 +90,15 @@ bool CZELThumbFlashCache::m_InsertItem(boost::intrusive_ptr<CZELFlashCacheItem> 
     }
     AccountFile(*pThumbItem, m_CacheSize);
     ZEL_LOG_INFO("End");
-    if (!m_AddItemToThumbFile(pThumbItem)) {
+    return m_RecordItem(*pThumbItem, newFolder);
+}
+
+bool CZELThumbFlashCache::m_RecordItem(CZELFlashCacheItem& item, FolderList& newFolder) {
+    if (!m_AddItemToThumbFile(&item)) {
         ZEL_LOG_INFO("m_InsertItem m_AddItemToThumbFile failed###\n");
         // The URL is moved, as there may be no memory for a copy. A file that stays is logged
         // there; the save has failed either way.
-        std::ignore = m_RemoveThumb(std::move(pThumbItem->URL));
+        std::ignore = m_RemoveThumb(std::move(item.URL));
         return false;
     }
     if (!newFolder.empty()) {
