@@ -48,7 +48,7 @@ std::string Records(const Engine& engine) {
     std::string text;
     const auto append = [&](const auto& list) {
         for (const auto& entry : list) {
-            char record[thumbFileRecordMaxLength];
+            char record[thumbFileRecordRoom];
             text.append(record, FormatThumbFileRecord(*entry, record));
         }
     };

@@ -1,9 +1,7 @@
 #include "thumb_file_record.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
-#include <cstdint>
 #include <cstring>
 #include <tuple>
 
@@ -13,39 +11,26 @@ using namespace std::string_view_literals;
 
 namespace {
 
-constexpr std::size_t maxNumberLength = 10;
-
-// The text of a number.
-class Digits {
-public:
-    explicit Digits(long number) {
-        const auto end = std::to_chars(m_Text.data(), m_Text.data() + m_Text.size(), number).ptr;
-        m_Length = static_cast<std::size_t>(end - m_Text.data());
-    }
-    [[nodiscard]] std::string_view Get() const { return {m_Text.data(), m_Length}; }
-
-private:
-    std::array<char, 24> m_Text;
-    std::size_t m_Length;
-};
+constexpr std::size_t maxNumberLength = 10;   // of one that is read
+constexpr std::size_t maxWrittenNumber = 20;  // the least number of 64 bits
 
 // A text of a record, in which no separator may stand.
 struct Text {
     std::string_view characters;
-    [[nodiscard]] std::size_t size() const { return characters.size(); }
 };
 
-// The characters of a text that the compiler copies and compares at once.
+// The characters of a text that the compiler copies and compares at once, and the same bits.
 using Block [[gnu::vector_size(16)]] = signed char;
+using Bits [[gnu::vector_size(16)]] = long long;
 
 // Copies a text of at least one block; all bits of the result are 0 when no separator is among it.
-inline Block CopyBlocks(char* to, std::string_view text) {
-    Block found{};
+inline Bits CopyBlocks(char* to, std::string_view text) {
+    Bits found{};
     const auto copy = [&](std::size_t at) {
         Block block;
         std::memcpy(&block, text.data() + at, sizeof block);
         std::memcpy(to + at, &block, sizeof block);
-        found |= (block == '"') | (block == '>') | (block == '\0');
+        found |= reinterpret_cast<Bits>((block == '"') | (block == '>') | (block == '\0'));
     };
     const std::size_t last = text.size() - sizeof(Block);
     for (std::size_t at = 0; at < last; at += sizeof(Block)) {
@@ -55,47 +40,49 @@ inline Block CopyBlocks(char* to, std::string_view text) {
     return found;
 }
 
-// Copies the pieces of a record one behind the other, and looks for separators on the way: a
+// Writes the pieces of a record one behind the other, and looks for separators on the way: a
 // rewrite does so with every record there is.
 class RecordBuilder {
 public:
-    explicit RecordBuilder(char* to) : m_To(to) {}
+    explicit RecordBuilder(char* to) : m_Start(to), m_To(to) {}
 
     void Put(std::string_view piece) { m_To += piece.copy(m_To, piece.size()); }
 
+    void Put(long number) { m_To = std::to_chars(m_To, m_To + maxWrittenNumber, number).ptr; }
+
     void Put(const Text& text) {
-        if (text.size() < sizeof(Block)) {
-            m_bHasSeparator |= text.characters.find_first_of("\">\0"sv) != text.characters.npos;
-            Put(text.characters);
+        const std::string_view characters = text.characters;
+        if (characters.size() < sizeof(Block)) {
+            m_bHasSeparator |= characters.find_first_of("\">\0"sv) != characters.npos;
+            Put(characters);
             return;
         }
-        m_Found |= CopyBlocks(m_To, text.characters);
-        m_To += text.size();
+        m_Found |= CopyBlocks(m_To, characters);
+        m_To += characters.size();
     }
 
+    [[nodiscard]] std::size_t Length() const { return static_cast<std::size_t>(m_To - m_Start); }
+
     [[nodiscard]] bool HasSeparator() const {
-        std::array<std::uint64_t, 2> halves;
-        static_assert(sizeof halves == sizeof m_Found);
-        std::memcpy(halves.data(), &m_Found, sizeof m_Found);
-        return m_bHasSeparator || (halves[0] | halves[1]) != 0;
+        return m_bHasSeparator || (m_Found[0] | m_Found[1]) != 0;
     }
 
 private:
+    char* const m_Start;
     char* m_To;
-    Block m_Found{};
+    Bits m_Found{};
     bool m_bHasSeparator = false;
 };
 
 // A template, so that the constant pieces are copied without a call.
 template <class... Pieces>
 std::size_t Join(char* text, const Pieces&... pieces) {
-    const std::size_t length = (... + pieces.size());
-    if (length > thumbFileRecordMaxLength) {
-        return 0;
-    }
     RecordBuilder record(text);
     (record.Put(pieces), ...);
-    return record.HasSeparator() ? thumbFileRecordUnreadable : length;
+    if (record.Length() > thumbFileRecordMaxLength) {
+        return 0;
+    }
+    return record.HasSeparator() ? thumbFileRecordUnreadable : record.Length();
 }
 
 // Converts a text as strtol() does, in base 10; the result is held to 32 bits.
@@ -178,15 +165,20 @@ private:
 }  // namespace
 
 std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem& item, char* text) {
+    if (item.Path.size() + item.URL.size() > thumbFileRecordMaxLength) {
+        return 0;
+    }
     return Join(text, "<Type=0,Path=\""sv, Text{item.Path}, "\",URL=\""sv, Text{item.URL},
-                "\",Size="sv, Digits(item.Size).Get(), ",Devicetype="sv,
-                Digits(item.Devicetype).Get(), ">\r\n"sv);
+                "\",Size="sv, item.Size, ",Devicetype="sv, item.Devicetype, ">\r\n"sv);
 }
 
 std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder,
                                   char* text) {
+    if (folder.Sid.size() + folder.Path.size() > thumbFileRecordMaxLength) {
+        return 0;
+    }
     return Join(text, "<Type=1,Sid=\""sv, Text{folder.Sid}, "\",Path=\""sv, Text{folder.Path},
-                "\",Devicetype="sv, Digits(folder.Devicetype).Get(), ">\r\n"sv);
+                "\",Devicetype="sv, folder.Devicetype, ">\r\n"sv);
 }
 
 const char* ReadThumbFileRecordType(std::string_view text, int& type, std::string_view& rest) {

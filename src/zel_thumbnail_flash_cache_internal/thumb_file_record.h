@@ -24,13 +24,17 @@
 /** The most bytes of a record, CR LF included. */
 constexpr std::size_t thumbFileRecordMaxLength = 1023;
 
+/** The bytes that writing a record may touch: one that is too long is found out only once it is
+ * written. */
+constexpr std::size_t thumbFileRecordRoom = thumbFileRecordMaxLength + 128;
+
 /** The length of a record whose texts hold a double quote or a ">", which would end it, or a NUL,
  * behind which nothing is read. */
 constexpr std::size_t thumbFileRecordUnreadable = static_cast<std::size_t>(-1);
 
 /**
  * Writes the record of a thumbnail or of a folder, CR LF included.
- * @param text  receives it; has room for thumbFileRecordMaxLength bytes
+ * @param text  receives it; has room for thumbFileRecordRoom bytes
  * @return its length; 0 when it is too long for the file, or thumbFileRecordUnreadable when it
  * could not be read back as it is
  */

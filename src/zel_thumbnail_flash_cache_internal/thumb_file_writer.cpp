@@ -10,7 +10,7 @@
 
 namespace {
 
-static_assert(thumbFileRecordMaxLength <= CZELReplacementFile::maxPiece);
+static_assert(thumbFileRecordRoom <= CZELReplacementFile::maxPiece);
 
 // Writes a record to where there is room for one, and returns it; nothing when it could not be read
 // back as it is.
@@ -91,7 +91,7 @@ bool CZELThumbFlashCache::m_AddItemToThumbFile(
         ZEL_LOG_INFO("m_AddItemToThumbFile strPath is empty or Size < 0\n");
         return false;
     }
-    std::array<char, thumbFileRecordMaxLength> room;
+    std::array<char, thumbFileRecordRoom> room;
     const std::string_view record = Format(*pThumbItem, room.data(), "m_AddItemToThumbFile");
     if (record.empty()) {
         return false;
@@ -113,7 +113,7 @@ bool CZELThumbFlashCache::m_AddFolderItemToThumbFile(
         ZEL_LOG_INFO("m_AddFolderItemToThumbFile strSid or strPath is empty\n");
         return false;
     }
-    std::array<char, thumbFileRecordMaxLength> room;
+    std::array<char, thumbFileRecordRoom> room;
     const std::string_view record =
         Format(*pThumbFolderItem, room.data(), "m_AddFolderItemToThumbFile");
     if (record.empty()) {

@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr std::size_t bufferSize = std::size_t{256} * 1024;
 constexpr mode_t permissionBits = 07777;
 
 // Whether a directory that gives this error takes no new file, or keeps the old one, though the old
@@ -76,11 +75,6 @@ void CZELReplacementFile::m_OpenTemporary() {
     if (!RefusesReplacement(errno)) {
         m_pFile = nullptr;
     }
-}
-
-bool CZELReplacementFile::Append(std::size_t size) {
-    m_Buffered += size;
-    return m_Buffered <= bufferSize || m_Flush();
 }
 
 bool CZELReplacementFile::m_Flush() {

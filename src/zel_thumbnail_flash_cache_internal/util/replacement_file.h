@@ -47,13 +47,18 @@ public:
     [[nodiscard]] char* Room() { return m_Buffer.get() + m_Buffered; }
 
     /** Adds the piece of that size to the text; false when the device is full or fails. */
-    [[nodiscard]] bool Append(std::size_t size);
+    [[nodiscard]] bool Append(std::size_t size) {
+        m_Buffered += size;
+        return m_Buffered <= bufferSize || m_Flush();
+    }
 
     /** Publishes the text; false when the device is full or fails. Once, after the last Append().
      */
     [[nodiscard]] bool Commit();
 
 private:
+    static constexpr std::size_t bufferSize = std::size_t{256} * 1024;
+
     void m_OpenTemporary();
     [[nodiscard]] bool m_Flush();
     [[nodiscard]] bool m_CopyInPlace();
