@@ -79,15 +79,19 @@ static void ExpectSafe(const char* path, int flags) {
     EXPECT_TRUE(flags & (O_NONBLOCK | O_EXCL | O_DIRECTORY)) << path;
 }
 
-// The C library's own function, of the kind that is for large files if there is one.
-static void* Next(const char* name, const char* large) {
-    void* next = dlsym(RTLD_NEXT, large);
-    return next == nullptr ? dlsym(RTLD_NEXT, name) : next;
+// The C library's own function: the first of these names that it has, of which some are for large
+// files and late dates.
+static void* Next(std::initializer_list<const char*> names) {
+    void* next = nullptr;
+    for (auto name = names.begin(); name != names.end() && next == nullptr; ++name)
+        next = dlsym(RTLD_NEXT, *name);
+    return next;
 }
-#define NEXT(name)                                                                             \
-    ([] {                                                                                      \
-        static const auto next = reinterpret_cast<decltype(&(name))>(Next(#name, #name "64")); \
-        return next;                                                                           \
+#define NEXT(name)                                                    \
+    ([] {                                                             \
+        static const auto next = reinterpret_cast<decltype(&(name))>( \
+            Next({"__" #name "64_time64", #name "64", #name}));       \
+        return next;                                                  \
     }())
 // A function: what it gives when it fails, what its trace says, and its parameters.
 #define CALL(type, name, failure, what, parameters, ...)            \
