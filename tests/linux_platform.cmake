@@ -1,8 +1,5 @@
 # The Linux platform against mock devices. The library of umockdev that intercepts system calls is
 # linked first instead of preloaded: a sanitizer's runtime then still comes before it.
-pkg_check_modules(UMOCKDEV REQUIRED IMPORTED_TARGET umockdev-1.0)
-find_library(UMOCKDEV_PRELOAD_LIBRARY NAMES umockdev-preload libumockdev-preload.so.0 REQUIRED)
-
 add_executable(linux-platform-test
                linux_platform_test.cpp platform_faults_test.cpp platform_calls.cpp)
 target_link_options(linux-platform-test BEFORE PRIVATE LINKER:--no-as-needed)

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -45,7 +46,7 @@ static const char* moved(const char* path) {
         return hit(__builtin_return_address(0), error) ? (failure) : real(__VA_ARGS__); \
     }
 
-static std::atomic<long> slept{0};
+static std::atomic<std::int64_t> slept{0};
 
 static bool interrupts() {
     static std::atomic<bool> interrupted{false};
@@ -83,12 +84,25 @@ int nanosleep(const timespec* time, timespec*) {
     return 0;
 }
 int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    const int result = NEXT(clock_gettime)(clock, time);
-    const long nanoseconds = time->tv_nsec + slept;
+    const char* name = sizeof(time_t) > sizeof(long) ? "__clock_gettime64" : "clock_gettime";
+    const int result =
+        reinterpret_cast<decltype(&clock_gettime)>(dlsym(RTLD_NEXT, name))(clock, time);
+    const std::int64_t nanoseconds = time->tv_nsec + slept;
     time->tv_sec += nanoseconds / 1000000000;
-    time->tv_nsec = nanoseconds % 1000000000;
+    time->tv_nsec = static_cast<long>(nanoseconds % 1000000000);
     return result;
 }
+#ifdef __USE_TIME_BITS64
+// For libraries that were built for dates until January 2038.
+int narrow_clock(clockid_t clock, std::array<std::int32_t, 2>* time) noexcept
+    __asm__("clock_gettime");
+int narrow_clock(clockid_t clock, std::array<std::int32_t, 2>* time) noexcept {
+    timespec wide;
+    const int result = clock_gettime(clock, &wide);
+    *time = {static_cast<std::int32_t>(wide.tv_sec), static_cast<std::int32_t>(wide.tv_nsec)};
+    return result;
+}
+#endif
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 void* __libc_malloc(size_t);
