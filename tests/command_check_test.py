@@ -234,6 +234,8 @@ class CheckTest(CommandTestCase):
         self.make_cache()
         self.check_refusal("check gone", 8, "gone")
         self.check_refusal("check table", 8, "table")
+        os.mkfifo(self.folder / "pipe")
+        self.check_refusal("check pipe", 8, "pipe is not a regular file")
         self.check_refusal("check i --repair=x", 2, "--repair")
         with open("/dev/full", "w", encoding="utf-8") as full:
             self.assertEqual(self.run_command("check i", stdout=full).returncode, 8)

@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
@@ -42,6 +43,9 @@ public:
      *         the reason in errno: ENOENT for none, EINVAL for one that is not regular
      */
     [[nodiscard]] std::optional<std::string> Read(const std::string& name, std::size_t most) const;
+
+    /** The size of a file in bytes, 0 when there is none. */
+    [[nodiscard]] std::uintmax_t Size(const std::string& name) const;
 
     /** Removes a file; false when it stays, with the reason in errno. */
     [[nodiscard]] bool Remove(const std::string& name) const;

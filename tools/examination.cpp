@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include "jpeg_structure.h"
 #include "report.h"
@@ -35,6 +36,17 @@ bool IsImage(const std::string& name, const std::string& beginning) {
     return BeginsAsJpeg(beginning) ||
            (beginning.empty() && name.size() > extension.size() &&
             name.compare(name.size() - extension.size(), extension.size(), extension) == 0);
+}
+
+// The beginning of an image, or all of a file that is none. What follows an image may be large.
+std::optional<std::string> ReadToEndOfImage(const DeviceFolder& folder, const std::string& name) {
+    std::size_t most = std::size_t{256} * 1024;
+    std::optional<std::string> content = folder.Read(name, most);
+    while (content && content->size() == most && !ReadJpegStructure(*content).is_complete) {
+        most *= 4;
+        content = folder.Read(name, most);
+    }
+    return content;
 }
 
 }  // namespace
@@ -123,7 +135,7 @@ Examination::Judgement Examination::Judge(ThumbnailRecord& record) {
 }
 
 Examination::Judgement Examination::JudgeImage(ThumbnailRecord& record, const std::string& name) {
-    const std::optional<std::string> content = open_folder_->Read(name, std::string::npos);
+    const std::optional<std::string> content = ReadToEndOfImage(*open_folder_, name);
     if (!content) {
         const int error = errno;
         if (error == ENOENT) {
@@ -143,10 +155,11 @@ Examination::Judgement Examination::JudgeImage(ThumbnailRecord& record, const st
     if (!ReadJpegStructure(*content).is_complete) {
         return {Verdict::kWrong, "the image is cut short"};
     }
-    const long recorded = std::exchange(record.Size, static_cast<long>(content->size()));
+    const std::uintmax_t size = open_folder_->Size(name);
+    const long recorded = std::exchange(record.Size, static_cast<long>(size));
     if (recorded != record.Size) {
-        return {Verdict::kRight, "the image has " + InBytes(content->size()) +
-                                     ", its record says " + std::to_string(recorded)};
+        return {Verdict::kRight,
+                "the image has " + InBytes(size) + ", its record says " + std::to_string(recorded)};
     }
     return {Verdict::kRight, ""};
 }

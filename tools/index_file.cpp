@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -55,6 +56,9 @@ bool IsAsWritten(const Record& record, std::string_view text) {
 
 IndexFile::IndexFile(const std::string& path) {
     CheckIndexIsReadable(path);
+    if (!std::filesystem::is_regular_file(path)) {  // a pipe, say, would be waited for
+        throw std::runtime_error("the index " + path + " is not a regular file");
+    }
     engine_.m_strCachePath = path;
     const std::string text = ReadText(path);
     std::vector<Place> places;

@@ -26,17 +26,17 @@ std::string SizeText(std::uintmax_t bytes, SizeStyle style) {
     if (style == SizeStyle::kBytes) {
         return std::to_string(bytes);
     }
-    static constexpr const char* kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB"};
+    static constexpr const char* units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
     auto value = static_cast<double>(bytes);
     std::size_t unit = 0;
-    while (value >= 1023.5 && unit + 1 < std::size(kUnits)) {
+    while (value >= 1023.5 && unit + 1 < std::size(units)) {
         value /= 1024;
         ++unit;
     }
     const int decimals = unit > 0 && value < 9.95 ? 1 : 0;
     char text[32];
     std::ignore = std::snprintf(text, sizeof text, "%.*f %s", decimals, value,
-                                kUnits[unit]);  // it fits
+                                units[unit]);  // it fits
     return text;
 }
 

@@ -47,8 +47,8 @@ void AppendImage(const SheetImage& image, std::string& page) {
     page += is_shown ? "<figure title=\"" : "<figure class=\"absent\" title=\"";
     page += Html(image.file) + "\"><div class=\"frame\">";
     page += is_shown
-                ? "<img loading=\"lazy\" decoding=\"async\" src=\"" + Html(image.source) +
-                      "\" width=\"" + width + "\" height=\"" + height + "\" alt=\"" + name + "\">"
+                ? "<img loading=\"lazy\" decoding=\"async\" src=\"" + image.source + "\" width=\"" +
+                      width + "\" height=\"" + height + "\" alt=\"" + name + "\">"
                 : Html(image.trouble);
     page += "</div><figcaption><span class=\"name\">" + name + "</span><span class=\"facts\">";
     page += is_shown ? width + " \u00D7 " + height + " \u00B7 " : "recorded ";

@@ -11,11 +11,11 @@
 
 #include "picture.h"
 
-/** One thumbnail on the page. Texts are any bytes. */
+/** One thumbnail on the page. Texts are any bytes, but for the address. */
 struct SheetImage {
     std::string file;     /**< full path */
     std::uintmax_t bytes; /**< as recorded */
-    std::string source;   /**< address of the image, or empty when there is none to show */
+    std::string source;   /**< percent-encoded address of the image, empty when there is none */
     PixelSize size;       /**< of the image that is shown */
     std::string trouble;  /**< why there is none, in a word or two */
 };

@@ -50,7 +50,8 @@ struct Statistics {
     // How many more thumbnails of the median size there is room for.
     [[nodiscard]] std::uintmax_t Room() const {
         const std::uintmax_t free = kCacheCeiling - std::min(bytes, kCacheCeiling);
-        return Median() == 0 ? 0 : free / Median();
+        const std::uintmax_t median = Median();
+        return median == 0 ? 0 : free / median;
     }
 };
 
