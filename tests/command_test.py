@@ -18,10 +18,12 @@ from command_fixture import (BLUE, COLOURS, COMMAND, GREEN, RED, SAVE, USB, YELL
 
 OPTIONS = "--index=i", "--cache=c", "--device=D1", "--mount=M1", "--size=9", "--camera", "--json"
 VERBS = {f"{SAVE} p.png": OPTIONS[:-1], "devices": (), "list i": OPTIONS[-1:],
+         "check i": (), "stats i": OPTIONS[-1:], "sheet i": (),
          "watch --index i": OPTIONS[:1]}
 WRONG = {  # by command line: what the message names
     "": "save", "frob": "frob", "\x1b[31m": "[31m", "--bogus": "--bogus", f"{SAVE} p.png -z": "-z",
-    "watch": "--index", "list": "INDEX", SAVE: "FILE", "save --cache c p.png": "--index",
+    "watch": "--index", "list": "INDEX", "check": "INDEX", "stats": "INDEX", "sheet": "INDEX",
+    "sheet i --output=": "--output", SAVE: "FILE", "save --cache c p.png": "--index",
     "save --index i p.png": "--cache", "save --index i --cache c --camera p.png": "--device",
     "save --index i --cache c --mount M1 p.png": "--device",
     f"{SAVE} --mount M1 --camera p.png": "--camera", f"{SAVE} --device D p.png": "--mount",
@@ -41,11 +43,13 @@ RIGHT = {  # by command line: what the output holds
     **{f"{SAVE} p.png {options}": "saved|kept" for options in
        ("", "--size 1", "--size 4096", "--mount M1", "--camera", "--device D --camera")},
     "save --index i --cache c --device D1 large.png": "256x1",  # the size when none is given
-    "list i": "D1", "list --json i": "D1"}
+    "list i": "D1", "list --json i": "D1", "list --bytes i": "BYTES", "stats i": "D1",
+    "stats --json i": "D1", "sheet i": "D1", "sheet --embed i": "D1"}
 UNUSABLE = {  # by command line: the path that the message names
     "save --index no/i --cache new --device D1 p.png": "no/i", "watch --index no/i": "no/i",
     "save --index i --cache p.png/c --device D1 p.png": "p.png/c", "watch --index table": "table",
-    "list gone": "gone", "list table": "table", "list no\x1b[31m": "no?[31m"}
+    "list gone": "gone", "stats gone": "gone", "sheet gone": "gone",
+    "list table": "table", "list no\x1b[31m": "no?[31m"}
 
 
 class CommandTest(CommandTestCase):
@@ -165,7 +169,7 @@ class CommandTest(CommandTestCase):
             for id, *rest in ((b"D1", b"\\\x1b[31m\t\x7f\xff\xc3\xa4.jpg", 100, 0),
                               (b"A\\B", b"a.jpg", 104857600, 1), (b"D1", b"b.jpg", 23, 0)))})
         self.assertEqual(
-            re.sub(" +", " ", self.run_command("list i").stdout),
+            re.sub(" +", " ", self.run_command("list i --bytes").stdout),
             "camera A\\B in /c/A\\B\nTHUMBNAIL BYTES\n/c/A\\B/a.jpg 104857600\n"
             "1 thumbnail, 104857600 bytes, 100.00 % of 104857600\n\n"
             "usb D1 in /c/D1\nTHUMBNAIL BYTES\n/c/D1/\\?[31m??\\xffä.jpg 100\n/c/D1/b.jpg 23\n"

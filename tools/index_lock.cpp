@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -77,4 +78,15 @@ IndexLock::IndexLock(const std::string& index) : directory_(OpenDirectory(index)
                                    ? "is in use by " + DescribeHolder(directory_.Get())
                                    : "cannot be locked: " + std::generic_category().message(error);
     throw std::runtime_error("the directory of the index " + index + " " + reason);
+}
+
+bool IndexLock::SyncDirectory() const { return fsync(directory_.Get()) == 0; }
+
+std::string DescribeIndexUser(const std::string& index) try {
+    // Taken for a moment, and beside others that only look.
+    const CZELFileDescriptor directory(OpenDirectory(index));
+    const bool is_used = flock(directory.Get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    return is_used ? DescribeHolder(directory.Get()) : "";
+} catch (const std::runtime_error&) {
+    return "";
 }

@@ -24,8 +24,17 @@ public:
      */
     explicit IndexLock(const std::string& index);
 
+    /** Waits until the names in the directory are on the device; false when that fails. */
+    [[nodiscard]] bool SyncDirectory() const;
+
 private:
     const CZELFileDescriptor directory_;
 };
+
+/**
+ * The process that has the lock, as far as it can be known; empty when none has it, or when that
+ * cannot be told.
+ */
+[[nodiscard]] std::string DescribeIndexUser(const std::string& index);
 
 #endif

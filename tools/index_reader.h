@@ -20,8 +20,15 @@ struct CachedFolder {
     std::string id;   /**< id of the device */
     const char* kind; /**< "usb" or "camera" */
     std::string path;
+    std::size_t records;                     /**< how many records the folder itself has */
     std::vector<CachedThumbnail> thumbnails; /**< oldest first */
 };
+
+/** The sum of the bytes of the thumbnails. */
+[[nodiscard]] std::uintmax_t BytesIn(const CachedFolder& folder);
+
+/** Throws std::system_error when the index is missing or cannot be read. */
+void CheckIndexIsReadable(const std::string& index);
 
 /**
  * Reads what an index holds, without changing it: the recorded folders in the order of the index,

@@ -1,39 +1,31 @@
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "commands.h"
 #include "index_reader.h"
+#include "json_output.h"
 #include "report.h"
 #include "table.h"
 
 namespace {
 
-std::uintmax_t Bytes(const CachedFolder& folder) {
-    std::uintmax_t bytes = 0;
-    for (const CachedThumbnail& thumbnail : folder.thumbnails) {
-        bytes += thumbnail.bytes;
-    }
-    return bytes;
-}
-
-void PrintText(const std::vector<CachedFolder>& folders) {
+void PrintText(const std::vector<CachedFolder>& folders, SizeStyle style) {
+    const char* heading = style == SizeStyle::kBytes ? "BYTES" : "SIZE";
     for (const CachedFolder& folder : folders) {
-        Table table({{"THUMBNAIL"}, {"BYTES", Alignment::kRight}});
+        Table table({{"THUMBNAIL"}, {heading, Alignment::kRight}});
         for (const CachedThumbnail& thumbnail : folder.thumbnails) {
-            table.AddRow({thumbnail.file, std::to_string(thumbnail.bytes)});
+            table.AddRow({thumbnail.file, SizeText(thumbnail.bytes, style)});
         }
         std::printf("%s %s in %s\n", folder.kind, Printable(folder.id).c_str(),
                     Printable(folder.path).c_str());
         table.Print();
-        PrintTotal(folder.thumbnails.size(), Bytes(folder));
+        PrintTotal(folder.thumbnails.size(), BytesIn(folder), style);
         std::printf("\n");
     }
 }
 
-// What is not UTF-8 becomes U+FFFD.
-void PrintJson(const std::vector<CachedFolder>& folders, std::size_t thumbnails,
-               std::uintmax_t bytes) {
+void PrintAsJson(const std::vector<CachedFolder>& folders, std::size_t thumbnails,
+                 std::uintmax_t bytes) {
     using nlohmann::ordered_json;
     ordered_json devices = ordered_json::array();
     for (const CachedFolder& folder : folders) {
@@ -45,13 +37,13 @@ void PrintJson(const std::vector<CachedFolder>& folders, std::size_t thumbnails,
                            {"kind", folder.kind},
                            {"path", folder.path},
                            {"thumbnails", std::move(files)},
-                           {"bytes", Bytes(folder)}});
+                           {"bytes", BytesIn(folder)}});
     }
     const ordered_json index = {{"devices", std::move(devices)},
                                 {"thumbnails", thumbnails},
                                 {"bytes", bytes},
                                 {"ceiling", kCacheCeiling}};
-    std::printf("%s\n", index.dump(2, ' ', false, ordered_json::error_handler_t::replace).c_str());
+    PrintJson(index);
 }
 
 }  // namespace
@@ -62,13 +54,14 @@ int PrintIndex(const Options& options) {
     std::uintmax_t bytes = 0;
     for (const CachedFolder& folder : folders) {
         thumbnails += folder.thumbnails.size();
-        bytes += Bytes(folder);
+        bytes += BytesIn(folder);
     }
     if (options.json) {
-        PrintJson(folders, thumbnails, bytes);
+        PrintAsJson(folders, thumbnails, bytes);
     } else {
-        PrintText(folders);
-        PrintTotal(thumbnails, bytes);
+        const SizeStyle style = options.bytes ? SizeStyle::kBytes : SizeStyle::kRounded;
+        PrintText(folders, style);
+        PrintTotal(thumbnails, bytes, style);
     }
     return 0;
 }

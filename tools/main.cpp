@@ -8,9 +8,11 @@
 
 int main(int argc, char** argv) {
     std::ignore = std::setlocale(LC_CTYPE, "");  // else names are shown in ASCII
+    int failure = 1;
     int status = 1;
     try {
         const Options options = ParseOptions(argc, argv);
+        failure = options.failure;
         status = options.run(options);
     } catch (const UsageError& error) {
         std::ignore =
@@ -20,10 +22,11 @@ int main(int argc, char** argv) {
     } catch (const std::exception& error) {
         std::ignore = std::fprintf(stderr, "zel-thumbnail-cache: %s\n",
                                    Printable(error.what()).c_str());  // likewise
+        status = failure;
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         std::perror("zel-thumbnail-cache: standard output");
-        return 1;
+        return failure;
     }
     return status;
 }

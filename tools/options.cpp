@@ -87,10 +87,47 @@ void DeclareSave(CLI::App& app, Options& options) {
     });
 }
 
+CLI::App& AddIndexReader(CLI::App& app, Options& options, const std::string& name,
+                         const std::string& description, int (*run)(const Options&)) {
+    CLI::App& verb = *AddVerb(app, options, name, description, run);
+    verb.add_option("INDEX", options.index, "The index")->type_name("")->required();
+    return verb;
+}
+
 void DeclareList(CLI::App& app, Options& options) {
-    CLI::App& list = *AddVerb(app, options, "list", "Print what an index holds", PrintIndex);
-    list.add_flag("--json", options.json, "Print JSON");
-    list.add_option("INDEX", options.index, "The index")->type_name("")->required();
+    CLI::App& list = AddIndexReader(app, options, "list", "Print what an index holds", PrintIndex);
+    list.add_flag("--json", options.json, "Print JSON, with sizes in bytes");
+    list.add_flag("--bytes", options.bytes, "Print sizes in bytes");
+}
+
+void DeclareCheck(CLI::App& app, Options& options) {
+    CLI::App& check =
+        AddIndexReader(app, options, "check",
+                       "Find, and mend, what is not as it should be in a cache", CheckIndex);
+    check.add_flag("--repair", options.repair,
+                   "Rewrite the index with what is right, and remove images that it does not name");
+    check.footer(
+        "Exit status: 0 if the cache is sound, 1 if it has been mended, 4 if it has not, 8 if it "
+        "could not be checked or mended, 2 if the command line is wrong.");
+    check.parse_complete_callback([&options] { options.failure = 8; });
+}
+
+void DeclareStats(CLI::App& app, Options& options) {
+    CLI::App& stats = AddIndexReader(app, options, "stats",
+                                     "Print how full a cache is, and with what", PrintStatistics);
+    stats.add_flag("--json", options.json, "Print JSON, with sizes in bytes");
+}
+
+void DeclareSheet(CLI::App& app, Options& options) {
+    CLI::App& sheet = AddIndexReader(app, options, "sheet",
+                                     "Make a web page that shows the thumbnails", MakeSheet);
+    sheet
+        .add_option("--output", options.output,
+                    "The page; without it, it goes to standard output, with links for a page in "
+                    "the working directory")
+        ->type_name("FILE")
+        ->check(kNotEmpty);
+    sheet.add_flag("--embed", options.embed, "Put the images into the page");
 }
 
 // CLI11 would take the next word for the value.
@@ -118,11 +155,15 @@ Options ParseOptions(int argc, char** argv) {
     DeclareSave(app, options);
     AddVerb(app, options, "devices", "Print the storages that the platform knows", PrintDevices);
     DeclareList(app, options);
+    DeclareCheck(app, options);
+    DeclareStats(app, options);
+    DeclareSheet(app, options);
     AddIndex(
         *AddVerb(app, options, "watch",
                  "Remove the thumbnails of storages that go, until interrupted", WatchStorages),
         options);
-    const std::string verbs = "the first argument is save, devices, list or watch";
+    const std::string verbs =
+        "the first argument is save, watch, devices, list, check, stats or sheet";
     RefuseEmptyValues(argc, argv);
     try {
         app.parse(argc, argv);

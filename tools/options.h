@@ -18,6 +18,7 @@ public:
 /** A checked command line. A text that was not given is empty. */
 struct Options {
     int (*run)(const Options&) = nullptr; /**< the command */
+    int failure = 1;                      /**< exit status when the command throws */
     std::string text;                     /**< what --help or --version prints */
     std::string index;                    /**< path of the index */
     std::string cache;                    /**< folder that holds the devices' folders */
@@ -25,6 +26,10 @@ struct Options {
     std::string mount;                    /**< name of the device's mount directory */
     bool camera = false;                  /**< the device is a camera */
     bool json = false;                    /**< print JSON */
+    bool bytes = false;                   /**< print sizes in bytes */
+    bool repair = false;                  /**< mend what is found */
+    bool embed = false;                   /**< put the images into the page */
+    std::string output;                   /**< file of the page */
     int size = 256;                       /**< width and height that a thumbnail fits into */
     std::vector<std::string> operands;    /**< what is not an option */
 };

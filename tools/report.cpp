@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <tuple>
 
 namespace {
@@ -21,11 +22,37 @@ std::string Printable(std::string text) {
     return text;
 }
 
-void PrintTotal(std::size_t thumbnails, std::uintmax_t bytes) {
-    std::printf("%zu thumbnail%s, %ju bytes, %.2f %% of %ju\n", thumbnails,
-                thumbnails == 1 ? "" : "s", bytes,
-                100.0 * static_cast<double>(bytes) / static_cast<double>(kCacheCeiling),
-                kCacheCeiling);
+std::string SizeText(std::uintmax_t bytes, SizeStyle style) {
+    if (style == SizeStyle::kBytes) {
+        return std::to_string(bytes);
+    }
+    static constexpr const char* units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
+    auto value = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    while (value >= 1023.5 && unit + 1 < std::size(units)) {
+        value /= 1024;
+        ++unit;
+    }
+    const int decimals = unit > 0 && value < 9.95 ? 1 : 0;
+    char text[32];
+    std::ignore = std::snprintf(text, sizeof text, "%.*f %s", decimals, value,
+                                units[unit]);  // it fits
+    return text;
+}
+
+std::string CountText(std::size_t count, const std::string& what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+double ShareOfCache(std::uintmax_t bytes) {
+    return 100.0 * static_cast<double>(bytes) / static_cast<double>(kCacheCeiling);
+}
+
+void PrintTotal(std::size_t thumbnails, std::uintmax_t bytes, SizeStyle style) {
+    const char* unit = style == SizeStyle::kBytes ? " bytes" : "";
+    std::printf("%s, %s%s, %.2f %% of %s\n", CountText(thumbnails, "thumbnail").c_str(),
+                SizeText(bytes, style).c_str(), unit, ShareOfCache(bytes),
+                SizeText(kCacheCeiling, style).c_str());
 }
 
 void ShowProgress(const std::string& text) {

@@ -12,8 +12,20 @@
 /** The most bytes that the thumbnails of a cache hold together. */
 constexpr std::uintmax_t kCacheCeiling = 104857600;
 
+/** How a size is told: "5324", or "5.2 KiB". */
+enum class SizeStyle { kBytes, kRounded };
+
+/** A size in bytes, to be printed. */
+[[nodiscard]] std::string SizeText(std::uintmax_t bytes, SizeStyle style = SizeStyle::kRounded);
+
+/** A count and what is counted, as in "1 thumbnail" and "2 thumbnails". */
+[[nodiscard]] std::string CountText(std::size_t count, const std::string& what);
+
+/** The share of the cache that so many bytes fill, in per cent. */
+[[nodiscard]] double ShareOfCache(std::uintmax_t bytes);
+
 /** Prints how many thumbnails there are and how much of the cache they fill. */
-void PrintTotal(std::size_t thumbnails, std::uintmax_t bytes);
+void PrintTotal(std::size_t thumbnails, std::uintmax_t bytes, SizeStyle style = SizeStyle::kBytes);
 
 /** The text with "?" for each control character, for a terminal. */
 std::string Printable(std::string text);

@@ -56,6 +56,7 @@ bool CZELThumbFile::Load(const TakeRecord& takeRecord) {
         ZEL_LOG_INFO("malloc pBuf failed...\n");
         return false;
     }
+    std::size_t offset = 0;
     std::ptrdiff_t carried = 0;
     std::ptrdiff_t readSize = firstReadSize;
     while (readSize > 0) {
@@ -70,9 +71,10 @@ bool CZELThumbFile::Load(const TakeRecord& takeRecord) {
         char* start = nullptr;
         int length = 0;
         while (records.Next(start, length)) {
-            takeRecord(start, length);
+            takeRecord(start, length, offset + static_cast<std::size_t>(start - pBuf.get()));
         }
         carried = std::max<std::ptrdiff_t>(held - records.Position(), 0);
+        offset += static_cast<std::size_t>(held - carried);
         std::memmove(pBuf.get(), pBuf.get() + (held - carried), static_cast<std::size_t>(carried));
         readSize = nextReadSize - carried;
     }

@@ -32,14 +32,17 @@ public:
         m_State.bIsRead = false;
     }
 
-    /** Takes a record, from its "<" to the ">" at that distance. */
-    using TakeRecord = std::function<void(char* start, int length)>;
+    /** Takes a record: its "<", the distance from there to its ">", and where it is in the file. */
+    using TakeRecord = std::function<void(char* start, int length, std::size_t offset)>;
     /**
      * Hands over all records of the file, of which only one has to be in memory at a time. Passes
      * on what is thrown by the taker.
      * @return false when the file cannot be opened or there is no memory to read it into
      */
     [[nodiscard]] bool Load(const TakeRecord& takeRecord);
+
+    /** Whether the file that was loaded could be read, so that it may be rewritten. */
+    [[nodiscard]] bool IsRead() const { return m_State.bIsRead; }
 
     /** Whether what is appended would not be read, or come too late, without a rewrite before. */
     [[nodiscard]] bool NeedsRewrite() const { return m_State.bNeedsRewrite && m_State.bIsRead; }

@@ -68,7 +68,7 @@ bool ReadRecord(const char* start, int len, Record& record) {
 
 bool CZELThumbFlashCache::m_LoadThumbFile() {
     m_DamagedSizes = 0;
-    return m_ThumbFile.Load([this](char* start, int length) ZEL_REQUIRES(m_Lock) {
+    return m_ThumbFile.Load([this](char* start, int length, std::size_t) ZEL_REQUIRES(m_Lock) {
         std::ignore = m_Parse(start, length);  // a bad record is logged there and passed over
     });
 }

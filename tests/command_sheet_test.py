@@ -1,0 +1,152 @@
+#!/usr/bin/env python3
+"""The page that `sheet` makes, read back by a parser."""
+import base64
+import html.parser
+import os
+import pathlib
+import shutil
+import unittest
+import urllib.parse
+
+from command_fixture import SAVE, CommandTestCase, jpeg, png
+
+HOSTILE = ("%41?b#c&amp;.jpg", "<script>alert(1)<script>.jpg", "\x1b[31m\n.jpg", "'\\.jpg", ":a.jpg",
+           "javascript:x.jpg", "\u202e\u00e4.jpg", "\udcff.jpg", " .jpg")
+VOID = {"meta", "link", "img"}
+
+
+class Page(html.parser.HTMLParser):
+    """The images of a page, and the captions; fails when tags do not match."""
+    def __init__(self, text):
+        super().__init__()
+        self.images, self.names, self.absent, self.open = [], [], [], []
+        self.tags, self.links = set(), []
+        self.feed(text)
+        self.close()
+        assert not self.open, self.open
+
+    def handle_starttag(self, tag, attrs):
+        self.tags.add(tag)
+        attributes = dict(attrs)
+        if tag not in VOID:
+            self.open.append((tag, attributes))
+        if tag == "img":
+            self.images.append(attributes)
+        self.links += [attributes[key] for key in ("src", "href") if key in attributes]
+
+    def handle_endtag(self, tag):
+        assert self.open.pop()[0] == tag
+
+    def handle_data(self, data):
+        classes = [attributes.get("class") for _, attributes in self.open]
+        if classes[-1:] == ["name"]:
+            self.names.append(data)
+        if classes[-2:] == ["absent", "frame"]:
+            self.absent.append(data)
+
+
+class SheetTest(CommandTestCase):
+    def setUp(self):
+        super().setUp()
+        self.write({"a.png": png(60, 40), "b.png": png(40, 60)})
+        self.assertEqual(self.run_command(SAVE, "a.png", "b.png").returncode, 0)
+        self.images = self.folder / "c/D1"
+
+    def sheet(self, options="", **settings):
+        run = self.run_command(f"sheet i {options}", **settings)
+        self.assertEqual(run.returncode, 0)
+        self.assertEqual(run.stderr, "")
+        return run.stdout
+
+    def target(self, link, page):
+        return page / urllib.parse.unquote(link, errors="surrogateescape")
+
+    def test_page_shows_every_thumbnail(self):
+        page = Page(self.sheet())
+        self.assertEqual(page.names, ["a.jpg", "b.jpg"])
+        self.assertEqual([image["src"] for image in page.images], ["c/D1/a.jpg", "c/D1/b.jpg"])
+        self.assertEqual([(image["width"], image["height"], image["loading"])
+                          for image in page.images], [("60", "40", "lazy"), ("40", "60", "lazy")])
+
+    def test_links_lead_from_the_page_to_the_images(self):
+        (self.folder / "sub/deep").mkdir(parents=True)
+        (self.folder / "link").symlink_to("sub/deep")
+        for output in ("page.html", "c/page.html", "sub/deep/page.html", "link/page.html",
+                       f"{self.folder}/page.html"):
+            with self.subTest(output):
+                self.assertEqual(self.sheet(f"--output {output}"), "")
+                file = (self.folder / output).resolve()
+                page = Page(file.read_text(encoding="utf-8"))
+                for image, name in zip(page.images, ("a.jpg", "b.jpg"), strict=True):
+                    self.assertFalse(image["src"].startswith("/"))
+                    self.assertTrue(self.target(image["src"], file.parent).samefile(
+                        self.images / name))
+
+    def test_embedded_images_are_in_the_page(self):
+        page = Page(self.sheet("--embed"))
+        data = [base64.b64decode(image["src"].removeprefix("data:image/jpeg;base64,"),
+                                 validate=True) for image in page.images]
+        self.assertEqual(data, [(self.images / name).read_bytes() for name in ("a.jpg", "b.jpg")])
+
+    def test_nothing_else_is_fetched_and_nothing_runs(self):
+        page = Page(self.sheet())
+        self.assertNotIn("script", page.tags)
+        others = [link for link in page.links if not link.startswith(("c/D1/", "#device-"))]
+        self.assertEqual(others, ["data:,"])
+        self.assertNotIn("url(", self.sheet())
+
+    def test_what_is_missing_shows_as_such(self):
+        (self.images / "a.jpg").unlink()
+        (self.images / "b.jpg").write_bytes(b"text")
+        page = Page(self.sheet())
+        self.assertEqual(page.images, [])
+        self.assertEqual(page.names, ["a.jpg", "b.jpg"])
+        self.assertEqual(page.absent, ["missing", "no image"])
+        shutil.rmtree(self.images)
+        self.assertEqual(Page(self.sheet()).absent, ["missing", "missing"])
+
+    def test_preset_block_behind_an_image_is_harmless(self):
+        with open(self.images / "a.jpg", "ab") as image:
+            image.write(b"<preset>".ljust(4096, b"\0"))
+        self.assertEqual(len(Page(self.sheet()).images), 2)
+        self.assertEqual(len(Page(self.sheet("--embed")).images), 2)
+
+    def test_hostile_names(self):
+        folder = self.folder / "c" / "D&'<b> %"
+        folder.mkdir()
+        record = '<Type=0,Path="%s",URL="%s/%s",Size=5,Devicetype=0>\r\n'
+        names = [name for name in HOSTILE if ">" not in name]
+        for name in names:
+            (folder / name).write_bytes(jpeg(6, 4, 1))
+        # The index cannot hold a ">", but a folder's name as it is in the record may hold the rest.
+        path = str(folder).replace(">", "")
+        folder.rename(path)
+        (self.folder / "i").write_bytes(b"".join(
+            os.fsencode(record % (path, path, name)) for name in names))
+        page = Page(self.sheet())
+        self.assertNotIn("b", page.tags)
+        for image, name in zip(page.images, names, strict=True):
+            self.assertEqual(self.target(image["src"], self.folder), pathlib.Path(path, name))
+            self.assertEqual(urllib.parse.urlsplit(image["src"])[:2], ("", ""))
+        shown = [name.translate({0x1b: "\ufffd", 10: "\ufffd", 0xdcff: "\ufffd"}) for name in names]
+        self.assertEqual(page.names, shown)
+
+    def test_page_is_replaced_as_a_whole_or_not_at_all(self):
+        self.write({"page.html": b"old"})
+        self.assertEqual(self.run_command("sheet gone --output page.html").returncode, 1)
+        self.assertEqual((self.folder / "page.html").read_bytes(), b"old")
+        self.sheet("--output page.html")
+        self.assertTrue((self.folder / "page.html").read_text("utf-8").endswith("</html>\n"))
+        self.assertEqual(list(self.folder.glob("page.html?*")), [])
+
+    def test_page_that_cannot_be_written_is_told(self):
+        for line in ("sheet i --output no/page.html", "sheet i --output c"):
+            self.check_refusal(line, 1, "no/page|no'?\"?|: c:|c: ")
+
+    def test_empty_cache(self):
+        self.write({"i": b""})
+        self.assertIn("The cache holds no thumbnails", self.sheet())
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,95 @@
+#!/usr/bin/env python3
+"""What `stats` and `list` say of a cache."""
+import json
+import os
+import re
+import subprocess
+import unittest
+
+from command_fixture import COMMAND, CommandTestCase, jpeg, table
+
+MIB = 1 << 20
+
+
+def record(device, name, size, kind=0):
+    return b'<Type=0,Path="c/%b",URL="c/%b/%b",Size=%d,Devicetype=%d>\r\n' % (
+        device, device, name, size, kind)
+
+
+class StatsTest(CommandTestCase):
+    def setUp(self):
+        super().setUp()
+        self.write({"i": b"".join((
+            b'<Type=1,Sid="D1",Path="c/D1",Devicetype=0>\r\n', record(b"D1", b"a.jpg", 10 * MIB),
+            record(b"D\x1b[31m", b"\n\xff.jpg", 1000, 1), record(b"D1", b"b.jpg", 20 * MIB))),
+                    "c/D1/a.jpg": jpeg(6, 4, 1), "c/D1/b.jpg": jpeg(6, 4, 1)})
+        os.utime(self.folder / "c/D1/a.jpg", (86400, 86400))
+        os.utime(self.folder / "c/D1/b.jpg", (10 * 86400, 10 * 86400))
+        self.settings["env"]["TZ"] = "UTC"
+
+    def test_statistics(self):
+        output = self.run_command("stats i").stdout
+        for line in (r"thumbnails  3", r"in all      30 MiB of 100 MiB",
+                     r" +\u2588{13}\u2591{27} 30.00 %", r"size        median 10 MiB, largest 20 MiB",
+                     r"room        6 more of the median size", r"index       4 records",
+                     r"usb +D1 +2 +30 MiB 1970-01-02 00:00 1970-01-11 00:00",
+                     r"camera D\?\[31m +1 +1000 B +- +-"):
+            self.assertRegex(output, rf"(?m)^{line}\s*$")
+
+    def test_statistics_as_json(self):
+        self.assertEqual(json.loads(self.run_command("stats i --json").stdout), {
+            "thumbnails": 3, "bytes": 30 * MIB + 1000, "ceiling": 100 * MIB, "records": 4,
+            "median": 10 * MIB, "largest": 20 * MIB, "room": 6, "devices": [
+                {"kind": "usb", "id": "D1", "thumbnails": 2, "bytes": 30 * MIB,
+                 "oldest": "1970-01-02T00:00:00Z", "newest": "1970-01-11T00:00:00Z"},
+                {"kind": "camera", "id": "D\x1b[31m", "thumbnails": 1, "bytes": 1000,
+                 "oldest": None, "newest": None}]})
+
+    def test_empty_cache(self):
+        self.write({"i": b""})
+        self.assertRegex(self.run_command("stats i").stdout, "(?m)^room +0 more")
+        statistics = json.loads(self.run_command("stats i --json").stdout)
+        self.assertEqual([statistics[key] for key in ("thumbnails", "median", "largest", "devices")],
+                         [0, 0, 0, []])
+
+    def test_sizes_are_told_for_people(self):
+        sizes = {0: "0 B", 1023: "1023 B", 1024: "1.0 KiB", 10188: "9.9 KiB", 10189: "10 KiB",
+                 1048063: "1023 KiB", 1048064: "1.0 MiB", 104857600: "100 MiB"}
+        for size, text in sizes.items():
+            with self.subTest(size):
+                self.write({"i": record(b"D1", b"a.jpg", size)})
+                self.assertRegex(self.run_command("list i").stdout,
+                                 rf"THUMBNAIL +SIZE\nc/D1/a.jpg +{text}\n1 thumbnail, {text}, ")
+                self.assertEqual(table(self.run_command("list i --bytes").stdout)["c/D1/a.jpg"],
+                                 [str(size)])
+
+    def test_other_locale_does_no_harm(self):
+        for verb in ("stats i", "list i", "check i", "sheet i"):
+            with self.subTest(verb):
+                run = self.run_command(verb, env={**self.settings["env"], "LC_ALL": "C"})
+                self.assertEqual(run.stderr, "")
+        run = self.run_command("stats i", env={**self.settings["env"], "LC_ALL": "C"})
+        self.assertRegex(run.stdout, r"(?m)^ +#{13}\.{27} 30.00 %$")
+
+    def test_reader_that_goes_away_ends_it_quietly(self):
+        self.write({"i": b"".join(record(b"D1", b"%d.jpg" % i, 1) for i in range(5000))})
+        for verb in ("list", "list --json", "check", "sheet"):
+            with self.subTest(verb):
+                run = subprocess.run(["sh", "-c", '"$@" | head -n 1', "sh", *COMMAND, *verb.split(),
+                                      "i"], check=True, capture_output=True, timeout=60,
+                                     **self.settings)
+                self.assertEqual(run.stderr, "")
+                self.assertEqual(len(run.stdout.splitlines()), 1)
+
+    def test_every_verb_explains_itself(self):
+        verbs = re.search("first argument is (.*)", self.run_command("").stderr)[1]
+        for verb in re.findall(r"\w+", verbs.split(" (")[0].replace(" or ", " ")):
+            with self.subTest(verb):
+                run = self.run_command(f"{verb} --help")
+                self.assertEqual(run.returncode, 0)
+                self.assertIn(f"zel-thumbnail-cache {verb} ", run.stdout)
+                self.assertIn("--help", run.stdout)
+
+
+if __name__ == "__main__":
+    unittest.main()
