@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <exception>
@@ -22,7 +23,9 @@ int main(int argc, char** argv) {
                                    Printable(error.what()).c_str());  // likewise
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        std::perror("zel-thumbnail-cache: standard output");
+        if (errno != EPIPE) {  // whoever read it has seen enough
+            std::perror("zel-thumbnail-cache: standard output");
+        }
         return 1;
     }
     return status;
