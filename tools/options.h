@@ -25,6 +25,8 @@ struct Options {
     std::string mount;                    /**< name of the device's mount directory */
     bool camera = false;                  /**< the device is a camera */
     bool json = false;                    /**< print JSON */
+    bool verbose = false;                 /**< list every picture */
+    int jobs = 1;                         /**< number of pictures decoded at the same time */
     int size = 256;                       /**< width and height that a thumbnail fits into */
     std::vector<std::string> operands;    /**< what is not an option */
 };
