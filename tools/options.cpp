@@ -103,6 +103,21 @@ void DeclareSave(CLI::App& app, Options& options) {
     });
 }
 
+void DeclareWatch(CLI::App& app, Options& options) {
+    CLI::App& watch =
+        *AddVerb(app, options, "watch",
+                 "Remove the thumbnails of storages that go, and make those of storages that come",
+                 WatchStorages);
+    AddIndex(watch, options);
+    CLI::Option* cache =
+        watch
+            .add_option("--cache", options.cache,
+                        "The folder of the cache; without it no thumbnails are made")
+            ->type_name("DIR")
+            ->check(kNotEmpty);
+    AddMaking(watch, options, cache);
+}
+
 void DeclareList(CLI::App& app, Options& options) {
     CLI::App& list = *AddVerb(app, options, "list", "Print what an index holds", PrintIndex);
     list.add_flag("--json", options.json, "Print JSON");
@@ -134,10 +149,7 @@ Options ParseOptions(int argc, char** argv) {
     DeclareSave(app, options);
     AddVerb(app, options, "devices", "Print the storages that the platform knows", PrintDevices);
     DeclareList(app, options);
-    AddIndex(
-        *AddVerb(app, options, "watch",
-                 "Remove the thumbnails of storages that go, until interrupted", WatchStorages),
-        options);
+    DeclareWatch(app, options);
     const std::string verbs = "the first argument is save, devices, list or watch";
     RefuseEmptyValues(argc, argv);
     try {

@@ -28,6 +28,11 @@ void PrintTotal(std::size_t thumbnails, std::uintmax_t bytes) {
                 kCacheCeiling);
 }
 
+void PrintLine(const std::string& line) {
+    std::printf("%s\n", line.c_str());
+    std::ignore = std::fflush(stdout);  // main() reports a standard output that failed
+}
+
 void ShowProgress(const std::string& text) {
     if (isatty(STDERR_FILENO) == 1) {
         // Not wrapped at the edge: a line can be erased, several cannot.
