@@ -28,6 +28,8 @@ if(TARGET zel-thumbnail-cache)
     install(TARGETS zel-thumbnail-cache DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
     install(FILES tools/zel-thumbnail-cache.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
             COMPONENT runtime)
+    install(FILES contrib/zel-thumbnail-cache.service DESTINATION lib/systemd/system
+            COMPONENT runtime)
 endif()
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zel-thumbnail-flash-cache)
