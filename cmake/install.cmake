@@ -30,6 +30,8 @@ if(TARGET zel-thumbnail-cache)
             COMPONENT runtime)
     install(FILES contrib/completions/zel-thumbnail-cache
             DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT runtime)
+    install(FILES contrib/zel-thumbnail-cache.service DESTINATION lib/systemd/system
+            COMPONENT runtime)
 endif()
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zel-thumbnail-flash-cache)

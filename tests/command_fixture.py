@@ -1,13 +1,16 @@
 """A folder with pictures and a table of mounts, and the command as a process in it; the environment
 variable ZEL_COMMAND says how the command is called."""
+import json
 import os
 import pathlib
+import random
 import resource
 import shlex
 import signal
 import struct
 import subprocess
 import tempfile
+import time
 import unittest
 import zlib
 
@@ -35,8 +38,9 @@ def png(width, height, data=None):
         ">I", zlib.crc32(chunk)) for chunk in chunks)
 
 
-def jpeg(width, height, orientation):
-    ppm = b"P6 %d %d 255\n" % (width, height) + corners(width, height)
+def jpeg(width, height, orientation=1, data=None):
+    data = corners(width, height) if data is None else data
+    ppm = b"P6 %d %d 255\n" % (width, height) + data
     data = subprocess.run(["cjpeg"], input=ppm, capture_output=True, check=True).stdout
     exif = b"Exif\0\0MM" + struct.pack(">HIHHHIHHI", 42, 8, 1, 0x112, 3, 1, orientation, 0, 0)
     return data[:2] + b"\xff\xe1" + struct.pack(">H", len(exif) + 2) + exif + data[2:]
@@ -83,18 +87,57 @@ class CommandTestCase(unittest.TestCase):
             f"{id} 1 0:40{id} / {path} rw - vfat /dev/x rw\n" for id, path in mounts).encode()})
         (self.folder / "table/new").rename(self.folder / "table/now")
 
-    def run_command(self, line, *words, **settings):
+    def run_command(self, line, *words, before=(), **settings):
         pipes = dict.fromkeys(("stdout", "stderr"), subprocess.PIPE)
-        return subprocess.run([*COMMAND, *line.split(), *words], check=False, timeout=60,
+        return subprocess.run([*before, *COMMAND, *line.split(), *words], check=False, timeout=120,
                               **{**pipes, **self.settings, **settings})
 
-    def start_watch(self):
-        watch = subprocess.Popen([*COMMAND, "watch", "--index", "i"], **self.settings,
-                                 stdout=subprocess.PIPE, preexec_fn=lambda: signal.alarm(60))
-        for clean_up in (watch.stdout.close, watch.wait, watch.kill):
+    def start(self, words, **settings):
+        process = subprocess.Popen(words, **{**self.settings, **settings}, stdout=subprocess.PIPE,
+                                   preexec_fn=lambda: signal.alarm(120))
+        for clean_up in (process.stdout.close, process.wait, process.kill):
             self.addCleanup(clean_up)
+        return process
+
+    def start_watch(self, *words, before=()):
+        watch = self.start([*before, *COMMAND, "watch", "--index", "i", *words])
         self.assertEqual(watch.stdout.readline(), "ready\n")
         return watch
+
+    def with_sticks(self):
+        """The words before a command that sees the folder usb as /opt/storage/usb."""
+        (self.folder / "usb").mkdir(exist_ok=True)
+        self.write({"see-sticks": b"""mount -t tmpfs none /opt && mkdir -p /opt/storage/usb &&
+            mount --bind usb /opt/storage/usb && exec "$@\""""})
+        words = ["unshare", "--map-root-user", "--mount", "sh", "see-sticks"]
+        if subprocess.run([*words, "true"], check=False, capture_output=True,
+                          **self.settings).returncode != 0:
+            self.skipTest("not checked, since nothing may be mounted here")
+        return words
+
+    def write_many(self, folder, count=2000):
+        """So many pictures in a folder that a command works on them for seconds."""
+        noise = jpeg(1000, 1000, data=random.Random(1).randbytes(3000000))
+        self.write({f"{folder}/0.jpg": noise})
+        for number in range(1, count):
+            os.link(self.folder / folder / "0.jpg", self.folder / folder / f"{number}.jpg")
+
+    def wait_until(self, condition, process):
+        """Waits until a condition is true, which it is to become before a process ends."""
+        while not condition():
+            self.assertIsNone(process.poll())
+            time.sleep(0.01)
+
+    def thumbnails(self, device):
+        return list(self.folder.glob(f"c/{device}/*.jpg"))
+
+    def listed(self):
+        """The recorded thumbnails, oldest first, once it is clear that the index is sound."""
+        devices = json.loads(self.run_command("list i --json").stdout)["devices"]
+        files = [thumbnail["file"] for device in devices for thumbnail in device["thumbnails"]]
+        there = [str(path) for path in self.folder.glob("c/*/*.jpg")]
+        self.assertEqual(sorted(files), sorted(there))
+        return files
 
     def files(self):
         return {path: path.is_file() and path.read_bytes() for path in self.folder.rglob("*")}

@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <exception>
@@ -25,7 +26,9 @@ int main(int argc, char** argv) {
         status = failure;
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        std::perror("zel-thumbnail-cache: standard output");
+        if (errno != EPIPE) {  // whoever read it has seen enough
+            std::perror("zel-thumbnail-cache: standard output");
+        }
         return failure;
     }
     return status;

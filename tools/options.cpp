@@ -3,7 +3,9 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
 #include <cstdio>
+#include <thread>
 
 #include "commands.h"
 
@@ -45,15 +47,31 @@ CLI::Option* AddIndex(CLI::App& verb, Options& options) {
         ->required();
 }
 
+// How thumbnails are made.
+void AddMaking(CLI::App& verb, Options& options, CLI::Option* cache) {
+    options.jobs = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+    verb.add_option("--size", options.size, "Fit thumbnails into N x N pixels")
+        ->type_name("N")
+        ->check(CLI::Range(1, 4096))
+        ->needs(cache)
+        ->capture_default_str();
+    verb.add_option("--jobs", options.jobs,
+                    "Decode N pictures at the same time; by default one a processor")
+        ->type_name("N")
+        ->check(CLI::Range(1, 256))
+        ->needs(cache);
+}
+
 void DeclareSave(CLI::App& app, Options& options) {
     CLI::App& save =
         *AddVerb(app, options, "save", "Make and cache a thumbnail of each picture", SavePictures);
     AddIndex(save, options);
-    save.add_option("--cache", options.cache,
-                    "The folder of the cache; it gets thumbnails as DIR/ID/NAME.jpg")
-        ->type_name("DIR")
-        ->check(kNotEmpty)
-        ->required();
+    CLI::Option* cache =
+        save.add_option("--cache", options.cache,
+                        "The folder of the cache; it gets thumbnails as DIR/ID/NAME-HASH.jpg")
+            ->type_name("DIR")
+            ->check(kNotEmpty)
+            ->required();
     CLI::Option* device =
         save.add_option("--device", options.device,
                         "The device that the pictures are on; without it, the storage that each "
@@ -69,11 +87,9 @@ void DeclareSave(CLI::App& app, Options& options) {
     save.add_flag("--camera", options.camera, "The device is a PTP camera")
         ->needs(device)
         ->excludes(mount);
-    save.add_option("--size", options.size, "Fit thumbnails into N x N pixels")
-        ->type_name("N")
-        ->check(CLI::Range(1, 4096))
-        ->capture_default_str();
-    save.add_option("FILE", options.operands, "The pictures")
+    AddMaking(save, options, cache);
+    save.add_flag("--verbose", options.verbose, "List every picture, however many");
+    save.add_option("FILE", options.operands, "The pictures, or folders of pictures")
         ->type_name("")
         ->take_all()
         ->required();
@@ -92,6 +108,21 @@ CLI::App& AddIndexReader(CLI::App& app, Options& options, const std::string& nam
     CLI::App& verb = *AddVerb(app, options, name, description, run);
     verb.add_option("INDEX", options.index, "The index")->type_name("")->required();
     return verb;
+}
+
+void DeclareWatch(CLI::App& app, Options& options) {
+    CLI::App& watch =
+        *AddVerb(app, options, "watch",
+                 "Remove the thumbnails of storages that go, and make those of storages that come",
+                 WatchStorages);
+    AddIndex(watch, options);
+    CLI::Option* cache =
+        watch
+            .add_option("--cache", options.cache,
+                        "The folder of the cache; without it no thumbnails are made")
+            ->type_name("DIR")
+            ->check(kNotEmpty);
+    AddMaking(watch, options, cache);
 }
 
 void DeclareList(CLI::App& app, Options& options) {
@@ -155,13 +186,10 @@ Options ParseOptions(int argc, char** argv) {
     DeclareSave(app, options);
     AddVerb(app, options, "devices", "Print the storages that the platform knows", PrintDevices);
     DeclareList(app, options);
+    DeclareWatch(app, options);
     DeclareCheck(app, options);
     DeclareStats(app, options);
     DeclareSheet(app, options);
-    AddIndex(
-        *AddVerb(app, options, "watch",
-                 "Remove the thumbnails of storages that go, until interrupted", WatchStorages),
-        options);
     const std::string verbs =
         "the first argument is save, watch, devices, list, check, stats or sheet";
     RefuseEmptyValues(argc, argv);

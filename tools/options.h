@@ -30,6 +30,8 @@ struct Options {
     bool repair = false;                  /**< mend what is found */
     bool embed = false;                   /**< put the images into the page */
     std::string output;                   /**< file of the page */
+    bool verbose = false;                 /**< list every picture */
+    int jobs = 1;                         /**< number of pictures decoded at the same time */
     int size = 256;                       /**< width and height that a thumbnail fits into */
     std::vector<std::string> operands;    /**< what is not an option */
 };

@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <mutex>
+#include <set>
 #include <stdexcept>
+#include <tuple>
 #include <utility>
 
 #include "util/release.h"
@@ -17,24 +20,43 @@ using Pixbuf = CZELHandle<GdkPixbuf, g_object_unref>;
 using FormatName = CZELHandle<char, g_free>;
 
 constexpr std::int64_t kMostPixels = std::int64_t{256} << 20;
+constexpr std::int64_t kMostPixelsAtOnce = std::int64_t{64} << 20;
 
-// This container tells the size of its pictures only once they are decoded, however large.
-void DisableIconContainer() {
+void AppendExtensions(GdkPixbufFormat* format, std::set<std::string>& extensions) {
+    const CZELHandle<char*, g_strfreev> own(gdk_pixbuf_format_get_extensions(format));
+    for (char** extension = own.get(); *extension != nullptr; ++extension) {
+        extensions.insert(*extension);
+    }
+}
+
+// Leaves out the icon container, which tells the size of its pictures only once they are decoded,
+// however large.
+std::set<std::string> ChooseFormats() {
+    std::set<std::string> extensions;
     const CZELHandle<GSList, g_slist_free> formats(gdk_pixbuf_get_formats());
     for (const GSList* entry = formats.get(); entry != nullptr; entry = entry->next) {
         auto* format = static_cast<GdkPixbufFormat*>(entry->data);
         const FormatName name(gdk_pixbuf_format_get_name(format));
         if (g_strcmp0(name.get(), "icns") == 0) {
             gdk_pixbuf_format_set_disabled(format, TRUE);
+        } else {
+            AppendExtensions(format, extensions);
         }
     }
+    return extensions;
+}
+
+// The extensions of the formats. To be called before a file is read, by whichever thread is first.
+const std::set<std::string>& ChosenExtensions() {
+    static const std::set<std::string> extensions = ChooseFormats();
+    return extensions;
 }
 
 // Only as much as a scaled-down picture needs is decoded of a JPEG file, and drawn of a scalable
 // picture. Other formats gain nothing from that, and would pass off the part of a file that is cut
 // short as the picture.
 GdkPixbuf* Decode(const char* file, int box, GError** error) {
-    DisableIconContainer();
+    std::ignore = ChosenExtensions();  // only the choice matters here
     PixelSize size = {0, 0};
     GdkPixbufFormat* format = gdk_pixbuf_get_file_info(file, &size.width, &size.height);
     const FormatName name(format != nullptr ? gdk_pixbuf_format_get_name(format) : nullptr);
@@ -45,9 +67,15 @@ GdkPixbuf* Decode(const char* file, int box, GError** error) {
                                  " pixels, which is more than 256 megapixels");
     }
     const bool is_large = size.width > box || size.height > box;
-    return is_large && (is_scalable || g_strcmp0(name.get(), "jpeg") == 0)
-               ? gdk_pixbuf_new_from_file_at_scale(file, box, box, TRUE, error)
-               : gdk_pixbuf_new_from_file(file, error);
+    if (is_large && (is_scalable || g_strcmp0(name.get(), "jpeg") == 0)) {
+        return gdk_pixbuf_new_from_file_at_scale(file, box, box, TRUE, error);
+    }
+    static std::mutex turn;
+    std::unique_lock<std::mutex> lock(turn, std::defer_lock);
+    if (std::int64_t{size.width} * size.height > kMostPixelsAtOnce) {
+        lock.lock();  // it takes up to a gigabyte of memory
+    }
+    return gdk_pixbuf_new_from_file(file, error);
 }
 
 Pixbuf ScaleDown(Pixbuf pixbuf, int box) {
@@ -111,9 +139,19 @@ Pixels DecodePicture(const std::string& file, int box) {
 }
 
 PixelSize ReadPictureSize(const std::string& file) {
+    std::ignore = ChosenExtensions();  // only the choice matters here
     PixelSize size = {0, 0};
     if (gdk_pixbuf_get_file_info(file.c_str(), &size.width, &size.height) == nullptr) {
         return {0, 0};
     }
     return size;
+}
+
+bool HasNameOfPicture(const std::string& name) {
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string::npos) {
+        return false;
+    }
+    const CZELHandle<char, g_free> extension(g_ascii_strdown(name.c_str() + dot + 1, -1));
+    return ChosenExtensions().count(extension.get()) > 0;
 }

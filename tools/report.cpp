@@ -55,9 +55,16 @@ void PrintTotal(std::size_t thumbnails, std::uintmax_t bytes, SizeStyle style) {
                 SizeText(kCacheCeiling, style).c_str());
 }
 
+void PrintLine(const std::string& line) {
+    std::printf("%s\n", line.c_str());
+    std::ignore = std::fflush(stdout);  // main() reports a standard output that failed
+}
+
 void ShowProgress(const std::string& text) {
     if (isatty(STDERR_FILENO) == 1) {
-        PrintError("\r\033[K" + Printable(text));
+        // Not wrapped at the edge: a line can be erased, several cannot.
+        const std::string line = text.empty() ? "" : "\033[?7l" + Printable(text) + "\033[?7h";
+        PrintError("\r\033[K" + line);
     }
 }
 

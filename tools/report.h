@@ -30,6 +30,9 @@ void PrintTotal(std::size_t thumbnails, std::uintmax_t bytes, SizeStyle style = 
 /** The text with "?" for each control character, for a terminal. */
 std::string Printable(std::string text);
 
+/** Prints a line on standard output, at once and whole. Any thread may call it. */
+void PrintLine(const std::string& line);
+
 /** Shows on a terminal at standard error what is being done, in place of what was shown before; an
  * empty text erases it. */
 void ShowProgress(const std::string& text);

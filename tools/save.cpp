@@ -1,206 +1,95 @@
+#include <exception>
 #include <filesystem>
-#include <set>
-#include <stdexcept>
-#include <system_error>
-#include <tuple>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "cache_session.h"
 #include "commands.h"
 #include "index_lock.h"
-#include "index_reader.h"
-#include "picture.h"
+#include "picture_location.h"
+#include "picture_search.h"
+#include "picture_stream.h"
 #include "report.h"
+#include "save_report.h"
+#include "stop_signals.h"
 #include "storages.h"
-#include "table.h"
+#include "thumbnail_store.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-struct Row {
-    std::string picture;
-    fs::path thumbnail;
-    PixelSize size;
-    const char* state;
-};
-
-struct Location {
-    std::string device;
-    std::string url;
-};
-
-fs::path MakeFolder(const fs::path& folder) {
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error) {
-        throw std::runtime_error("the folder " + folder.string() + ": " + error.message());
+// The pictures that the operands name; what cannot be searched is reported.
+std::vector<std::string> ListPictures(const Options& options, const fs::path& cache,
+                                      SaveReport& report) {
+    std::vector<std::string> pictures;
+    for (const std::string& operand : options.operands) {
+        FoundPictures found = FindPictures(operand, cache, FolderOrder::kByName);
+        pictures.insert(pictures.end(), found.pictures.begin(), found.pictures.end());
+        for (const FoundPictures::Failure& failure : found.failures) {
+            report.AddFailure(failure.path, failure.reason);
+        }
     }
-    return fs::canonical(folder);
+    return pictures;
 }
 
-// The picture's path below a directory, or an empty path.
-fs::path Below(const fs::path& directory, const fs::path& picture) {
-    std::error_code error;
-    const fs::path root = fs::canonical(directory, error);
-    const fs::path below = error ? fs::path() : picture.lexically_relative(root);
-    return below.empty() || *below.begin() == ".." ? fs::path() : below;
+PictureStream::Locate MakeLocator(const Options& options) {
+    if (!options.device.empty()) {
+        return [&options](const fs::path& picture) { return LocateOnDevice(options, picture); };
+    }
+    return [locator = StorageLocator(ListStorages())](const fs::path& picture) {
+        return locator.Locate(picture);
+    };
 }
 
-// One run over all pictures.
-class Saver {
-public:
-    explicit Saver(const Options& options)
-        : options_(options),
-          lock_(options.index),
-          cache_(MakeFolder(options.cache)),
-          session_(options.index) {
-        if (options.device.empty()) {
-            storages_ = ListStorages();
-        }
-        if (fs::exists(options.index)) {
-            for (const CachedFolder& folder : ReadIndex(options.index)) {
-                for (const CachedThumbnail& thumbnail : folder.thumbnails) {
-                    recorded_.insert(thumbnail.file);
-                }
-            }
+void SaveOne(ReadyPicture& picture, ThumbnailStore& store, SaveReport& report) {
+    if (!picture.failure.empty()) {
+        report.AddFailure(picture.path, picture.failure);
+        return;
+    }
+    try {
+        const bool is_saved =
+            !picture.pixels.bytes.empty() && store.Save(picture.thumbnail, picture.pixels);
+        report.Add(picture.path, picture.thumbnail, is_saved);
+    } catch (const std::exception& error) {
+        report.AddFailure(picture.path, error.what());
+    }
+}
+
+// The signal that ended it early, or 0.
+int SaveAll(const std::vector<std::string>& pictures, const fs::path& cache, const Options& options,
+            SaveReport& report) {
+    const CacheSession session(options.index);
+    ThumbnailStore store(session, options.index, cache, options.size);
+    const StopSignals signals;
+    PictureStream stream(pictures, MakeLocator(options), store, options.jobs, options.size);
+    std::size_t done = 0;
+    for (; done < pictures.size() && signals.Received() == 0; ++done) {
+        report.ShowProgress(done, pictures);
+        if (std::optional<ReadyPicture> picture = stream.Next()) {
+            SaveOne(*picture, store, report);
         }
     }
-
-    Row Save(const std::string& picture) {
-        std::error_code error;
-        const fs::path path = fs::canonical(picture, error);
-        if (error) {
-            throw std::runtime_error(error.message());
-        }
-        if (!fs::is_regular_file(path)) {
-            throw std::runtime_error("not a regular file");
-        }
-        const Location location = Locate(picture, path);
-        const fs::path thumbnail = TakeName(cache_ / location.device, picture);
-        if (fs::equivalent(thumbnail, path, error)) {
-            throw std::runtime_error("it is the file that its thumbnail would replace");
-        }
-        const PixelSize size = ReadPictureSize(thumbnail);
-        if (size.width > 0 && IsCurrent(thumbnail, path)) {
-            return {picture, thumbnail, size, "kept"};
-        }
-        Pixels pixels = DecodePicture(path, options_.size);
-        Store(thumbnail, location.url, pixels);
-        return {picture, thumbnail, pixels.size, "saved"};
+    ShowProgress("");
+    if (done < pictures.size()) {
+        ReportFailure("stopped", std::to_string(done) + " of " + std::to_string(pictures.size()) +
+                                     " pictures are done");
     }
-
-private:
-    [[nodiscard]] Location Locate(const fs::path& picture, const fs::path& canonical) const {
-        const std::string name = picture.filename();
-        if (options_.camera) {
-            return {options_.device, "ptp://" + options_.device + "/" + name};
-        }
-        if (!options_.device.empty()) {
-            return {options_.device, "/opt/storage/usb/" + options_.mount + "/" + name};
-        }
-        return LocateOnStorage(canonical);
-    }
-
-    [[nodiscard]] Location LocateOnStorage(const fs::path& picture) const {
-        const Storage* best = nullptr;
-        fs::path best_below;
-        for (const Storage& storage : storages_) {
-            if (storage.id.empty() || storage.mount.empty()) {
-                continue;
-            }
-            const fs::path below = Below(storage.mount, picture);
-            if (!below.empty() && (best == nullptr || storage.mount.size() > best->mount.size())) {
-                best = &storage;
-                best_below = below;
-            }
-        }
-        if (best == nullptr) {
-            throw std::runtime_error(
-                "on no storage that the platform knows; --device ID names one");
-        }
-        return {best->id, best->mount / best_below};
-    }
-
-    // The picture's name without its extension; with it when another picture has taken that name.
-    fs::path TakeName(const fs::path& folder, const fs::path& picture) {
-        for (fs::path name : {picture.stem(), picture.filename()}) {
-            fs::path thumbnail = folder / (name += ".jpg");
-            if (thumbnail.string().find_first_of("\">") != std::string::npos) {
-                throw std::runtime_error("the cache cannot hold a name with \" or >");
-            }
-            if (taken_.insert(thumbnail).second) {
-                return thumbnail;
-            }
-        }
-        throw std::runtime_error("other pictures of this run have taken its name in the cache");
-    }
-
-    [[nodiscard]] bool IsCurrent(const fs::path& thumbnail, const fs::path& picture) const {
-        return recorded_.count(thumbnail) > 0 &&
-               fs::last_write_time(thumbnail) >= fs::last_write_time(picture);
-    }
-
-    // The cache takes a request also when it cannot write the file, so that only a file that was
-    // not there before proves that it was written.
-    void Store(const fs::path& thumbnail, const std::string& url, Pixels& pixels) {
-        std::ignore = MakeFolder(thumbnail.parent_path());  // it stays as it is named
-        std::ignore = fs::remove(thumbnail);                // it need not be there
-        if (!session_.Save(thumbnail, url, pixels) || !fs::exists(thumbnail)) {
-            throw std::runtime_error("the cache did not save it (ZEL_LOG_LEVEL=info shows why)");
-        }
-    }
-
-    const Options& options_;
-    const IndexLock lock_;
-    const fs::path cache_;
-    const CacheSession session_;
-    std::vector<Storage> storages_;
-    std::set<fs::path> recorded_;
-    std::set<fs::path> taken_;
-};
-
-// A thumbnail of this run may have been deleted to make room for a later one.
-void Print(const std::vector<Row>& rows) {
-    Table table({{"SOURCE"},
-                 {"THUMBNAIL"},
-                 {"PIXELS", Alignment::kRight},
-                 {"BYTES", Alignment::kRight},
-                 {"STATE"}});
-    std::size_t thumbnails = 0;
-    std::uintmax_t total = 0;
-    for (const Row& row : rows) {
-        std::error_code error;
-        const std::uintmax_t bytes = fs::file_size(row.thumbnail, error);
-        if (!error) {
-            ++thumbnails;
-            total += bytes;
-        }
-        table.AddRow({row.picture, row.thumbnail,
-                      std::to_string(row.size.width) + "x" + std::to_string(row.size.height),
-                      error ? "-" : std::to_string(bytes), error ? "evicted" : row.state});
-    }
-    table.Print();
-    PrintTotal(thumbnails, total);
+    return done < pictures.size() ? signals.Received() : 0;
 }
 
 }  // namespace
 
 int SavePictures(const Options& options) {
-    const std::vector<std::string>& pictures = options.operands;
-    std::vector<Row> rows;
-    {
-        Saver saver(options);
-        for (std::size_t i = 0; i < pictures.size(); ++i) {
-            ShowProgress(std::to_string(i + 1) + "/" + std::to_string(pictures.size()) + " " +
-                         pictures[i]);
-            try {
-                rows.push_back(saver.Save(pictures[i]));
-            } catch (const std::exception& error) {
-                ReportFailure(pictures[i], error.what());
-            }
-        }
-        ShowProgress("");
+    const IndexLock lock(options.index);
+    const fs::path cache = MakeFolder(options.cache);
+    SaveReport report;
+    const std::vector<std::string> pictures = ListPictures(options, cache, report);
+    const int signal = SaveAll(pictures, cache, options, report);
+    report.Print(options.verbose);
+    if (signal != 0) {
+        return 128 + signal;
     }
-    Print(rows);
-    return rows.size() == pictures.size() ? 0 : 1;
+    return report.HasFailures() ? 1 : 0;
 }

@@ -1,34 +1,47 @@
 #include <csignal>
-#include <cstdio>
+#include <filesystem>
+#include <memory>
 #include <stdexcept>
+#include <string>
 #include <tuple>
 
 #include "cache_session.h"
 #include "commands.h"
 #include "index_lock.h"
 #include "report.h"
+#include "storage_saver.h"
+#include "thumbnail_store.h"
 #include "zel_platform_storage_events.h"
 #include "zel_thumbnail_flash_cache_events.h"
 
 namespace {
 
-// Whoever reads the output through a pipe sees each line at once.
-void PrintLine(const std::string& line) {
-    std::printf("%s\n", line.c_str());
-    std::ignore = std::fflush(stdout);  // main() reports a standard output that failed
-}
-
-void HandleEvent(void*, zel_storage_event_e event, _zel_storage_s*& storage) {
+// The saver is null when no thumbnails are made.
+void HandleEvent(void* user_data, zel_storage_event_e event, _zel_storage_s*& storage) {
+    auto* saver = static_cast<StorageSaver*>(user_data);
     const char* mount = zel_storage_get_mountpath(storage);
-    const std::string path = mount != nullptr ? Printable(mount) : "";
-    zel_thumbnail_flash_cache_storage_event(event, storage);
-    PrintLine((event == ZEL_STORAGE_EVENT_REMOVED ? "removed " : "connected ") + path);
+    const std::string path = mount != nullptr ? mount : "";
+    const auto tell_cache = [&] { zel_thumbnail_flash_cache_storage_event(event, storage); };
+    if (event != ZEL_STORAGE_EVENT_REMOVED) {
+        tell_cache();
+        PrintLine("connected " + Printable(path));
+        if (saver != nullptr) {
+            saver->Connect(path);
+        }
+        return;
+    }
+    if (saver != nullptr) {
+        saver->Remove(path, tell_cache);
+    } else {
+        tell_cache();
+    }
+    PrintLine("removed " + Printable(path));
 }
 
 class Registration {
 public:
-    Registration() {
-        if (zel_storage_register_event_cb(HandleEvent, nullptr) != 0) {
+    explicit Registration(StorageSaver* saver) {
+        if (zel_storage_register_event_cb(HandleEvent, saver) != 0) {
             throw std::runtime_error("the storages cannot be watched");
         }
     }
@@ -51,9 +64,16 @@ int WatchStorages(const Options& options) {
                                   nullptr);  // cannot fail with these arguments
 
     const IndexLock lock(options.index);
+    const std::filesystem::path cache =
+        options.cache.empty() ? std::filesystem::path() : MakeFolder(options.cache);
     const CacheSession session(options.index);
-    const Registration registration;
+    const auto saver =
+        cache.empty() ? nullptr : std::make_unique<StorageSaver>(options, cache, session);
+    const Registration registration(saver.get());
     PrintLine("ready");
+    if (saver) {
+        saver->Start();
+    }
     int signal = 0;
     std::ignore = sigwait(&stop, &signal);  // cannot fail with this set
     return 0;
