@@ -1,8 +1,17 @@
 # What is installed where: the component "runtime" is what a device needs, "development" what its
-# builder needs besides. The tree can be moved: the libraries find one another by their own place.
+# builder needs besides.
 include(CMakePackageConfigHelpers)
 
-set_target_properties(zel-thumbnail-flash-cache PROPERTIES INSTALL_RPATH "$ORIGIN")
+option(ZEL_RELOCATABLE "Let the installed tree be moved: libraries find one another by their place" ON)
+set(private_dir zel-thumbnail-flash-cache)
+if(ZEL_RELOCATABLE)
+    file(RELATIVE_PATH lib_from_bin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+    set(rpath_of_libraries $ORIGIN)
+    set(rpath_of_private $ORIGIN/..)
+    set(rpath_of_command $ORIGIN/${lib_from_bin})
+endif()
+
+set_target_properties(zel-thumbnail-flash-cache PROPERTIES INSTALL_RPATH "${rpath_of_libraries}")
 install(TARGETS zel-thumbnail-flash-cache
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
         NAMELINK_COMPONENT development)
@@ -11,20 +20,22 @@ install(FILES include/zel_thumbnail_flash_cache.h include/zel_thumbnail_flash_ca
         COMPONENT development)
 
 # A device has platform libraries of its own, which it names in the cache.
-foreach(service zel-platform-log zel-platform-media-content zel-content-agent zel-linux-devices)
-    if(NOT TARGET ${service})
-        continue()
-    endif()
+foreach(service zel-platform-log zel-platform-media-content zel-content-agent)
     get_target_property(is_the_devices ${service} IMPORTED)
     if(NOT is_the_devices)
-        set_target_properties(${service} PROPERTIES INSTALL_RPATH "$ORIGIN")
+        set_target_properties(${service} PROPERTIES
+            INSTALL_RPATH "${rpath_of_libraries};$ORIGIN/${private_dir}")
         install(TARGETS ${service} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime)
     endif()
 endforeach()
+if(TARGET zel-linux-devices)
+    set_target_properties(zel-linux-devices PROPERTIES INSTALL_RPATH "${rpath_of_private}")
+    install(TARGETS zel-linux-devices
+            LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/${private_dir} COMPONENT runtime)
+endif()
 
 if(TARGET zel-thumbnail-cache)
-    file(RELATIVE_PATH lib_from_bin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-    set_target_properties(zel-thumbnail-cache PROPERTIES INSTALL_RPATH "$ORIGIN/${lib_from_bin}")
+    set_target_properties(zel-thumbnail-cache PROPERTIES INSTALL_RPATH "${rpath_of_command}")
     install(TARGETS zel-thumbnail-cache DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
     install(FILES tools/zel-thumbnail-cache.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
             COMPONENT runtime)
