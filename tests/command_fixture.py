@@ -12,6 +12,8 @@ import unittest
 import zlib
 
 COMMAND = shlex.split(os.environ["ZEL_COMMAND"])
+RESERVES_MEMORY = bool(os.environ.get("ZEL_RESERVES_MEMORY"))  # as sanitizers and emulators do
+PATIENCE = 300 if RESERVES_MEMORY else 60  # seconds that a run may take
 USB = "/opt/storage/usb/"
 RED, GREEN, BLUE, YELLOW = COLOURS = (255, 0, 0), (0, 255, 0), (0, 0, 255), (255, 255, 0)
 SAVE = "save --index i --cache c --device D1 --size 100"
@@ -59,7 +61,7 @@ def table(output):
 class CommandTestCase(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        if not os.environ.get("ZEL_RESERVES_MEMORY"):  # as sanitizers and emulators do
+        if not RESERVES_MEMORY:
             resource.setrlimit(resource.RLIMIT_AS, (2 << 30, 2 << 30))
 
     def setUp(self):
@@ -85,12 +87,12 @@ class CommandTestCase(unittest.TestCase):
 
     def run_command(self, line, *words, **settings):
         pipes = dict.fromkeys(("stdout", "stderr"), subprocess.PIPE)
-        return subprocess.run([*COMMAND, *line.split(), *words], check=False, timeout=60,
+        return subprocess.run([*COMMAND, *line.split(), *words], check=False, timeout=PATIENCE,
                               **{**pipes, **self.settings, **settings})
 
     def start_watch(self):
         watch = subprocess.Popen([*COMMAND, "watch", "--index", "i"], **self.settings,
-                                 stdout=subprocess.PIPE, preexec_fn=lambda: signal.alarm(60))
+                                 stdout=subprocess.PIPE, preexec_fn=lambda: signal.alarm(PATIENCE))
         for clean_up in (watch.stdout.close, watch.wait, watch.kill):
             self.addCleanup(clean_up)
         self.assertEqual(watch.stdout.readline(), "ready\n")

@@ -13,8 +13,8 @@ import struct
 import subprocess
 import unittest
 
-from command_fixture import (BLUE, COLOURS, COMMAND, GREEN, RED, SAVE, USB, YELLOW, CommandTestCase,
-                             corners, decode, jpeg, png, table)
+from command_fixture import (BLUE, COLOURS, COMMAND, GREEN, PATIENCE, RED, SAVE, USB, YELLOW,
+                             CommandTestCase, corners, decode, jpeg, png, table)
 
 OPTIONS = "--index=i", "--cache=c", "--device=D1", "--mount=M1", "--size=9", "--camera", "--json"
 VERBS = {f"{SAVE} p.png": OPTIONS[:-1], "devices": (), "list i": OPTIONS[-1:],
@@ -194,7 +194,8 @@ class CommandTest(CommandTestCase):
             do mkdir -p ${{file%/*}}; cp p.png $file; done; exec "$@\"""".encode()})
         run = subprocess.run(
             [*namespace, "sh", "script", *COMMAND, *"save --index i --cache c".split(), outer, inner,
-             neighbour, "x.png"], check=False, capture_output=True, timeout=60, **self.settings)
+             neighbour, "x.png"], check=False, capture_output=True, timeout=PATIENCE,
+            **self.settings)
         rows = table(run.stdout)
         self.assertEqual(run.returncode, 1)
         self.assertEqual(rows[outer][0], f"{self.folder}/c/D1/..a.jpg")
