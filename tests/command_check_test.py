@@ -6,7 +6,7 @@ import shutil
 import subprocess
 import unittest
 
-from command_fixture import COMMAND, SAVE, CommandTestCase, jpeg, png
+from command_fixture import COMMAND, PATIENCE, SAVE, CommandTestCase, jpeg, png
 
 MIB = 1 << 20
 
@@ -288,7 +288,7 @@ class CheckTest(CommandTestCase):
             "$@" check /opt/index/i --repair; echo status $?
             [ "$before" = "$(ls -lR /opt/c /opt/out /opt/own.jpg)" ] && echo untouched"""})
         run = subprocess.run([*namespace, "sh", "script", *COMMAND], check=False,
-                             capture_output=True, timeout=60, **self.settings)
+                             capture_output=True, timeout=PATIENCE, **self.settings)
         self.assertRegex(run.stdout, r"(?m)^/opt/c/link: the folder cannot be looked into")
         self.assertRegex(run.stdout, r"(?m)^/opt: the folder has thumbnails, .*it gets none$")
         self.assertRegex(run.stdout, r"status 4\nuntouched\n$", run.stdout + run.stderr)

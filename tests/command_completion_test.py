@@ -7,7 +7,7 @@ import shlex
 import subprocess
 import unittest
 
-from command_fixture import COMMAND, CommandTestCase
+from command_fixture import COMMAND, PATIENCE, CommandTestCase
 
 COMPLETION = pathlib.Path(__file__).parent.parent / "contrib/completions/zel-thumbnail-cache"
 VERBS = "save watch devices list check stats sheet".split()
@@ -34,7 +34,7 @@ class CompletionTest(CommandTestCase):
                   'COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _zel_thumbnail_cache; '
                   '[[ ${#COMPREPLY[@]} -eq 0 ]] || printf "%s\\n" "${COMPREPLY[@]}"')
         run = subprocess.run(["bash", "-uc", script, "bash", COMPLETION, *line.split(" ")],
-                             check=True, capture_output=True, timeout=60, **self.settings)
+                             check=True, capture_output=True, timeout=PATIENCE, **self.settings)
         self.assertEqual(run.stderr, "")
         return run.stdout.splitlines()
 
@@ -56,7 +56,7 @@ class CompletionTest(CommandTestCase):
 
     def test_bash_finds_it_by_the_name_of_the_command(self):
         run = subprocess.run(["bash", "-c", f'source "{COMPLETION}"; complete -p zel-thumbnail-cache'],
-                             check=True, capture_output=True, timeout=60, **self.settings)
+                             check=True, capture_output=True, timeout=PATIENCE, **self.settings)
         self.assertIn("-F _zel_thumbnail_cache zel-thumbnail-cache", run.stdout)
 
 

@@ -15,6 +15,8 @@ import unittest
 import zlib
 
 COMMAND = shlex.split(os.environ["ZEL_COMMAND"])
+RESERVES_MEMORY = bool(os.environ.get("ZEL_RESERVES_MEMORY"))  # as sanitizers and emulators do
+PATIENCE = 300 if RESERVES_MEMORY else 120  # seconds that a run may take
 USB = "/opt/storage/usb/"
 RED, GREEN, BLUE, YELLOW = COLOURS = (255, 0, 0), (0, 255, 0), (0, 0, 255), (255, 255, 0)
 SAVE = "save --index i --cache c --device D1 --size 100"
@@ -63,7 +65,7 @@ def table(output):
 class CommandTestCase(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        if not os.environ.get("ZEL_RESERVES_MEMORY"):  # as sanitizers and emulators do
+        if not RESERVES_MEMORY:
             resource.setrlimit(resource.RLIMIT_AS, (2 << 30, 2 << 30))
 
     def setUp(self):
@@ -89,12 +91,12 @@ class CommandTestCase(unittest.TestCase):
 
     def run_command(self, line, *words, before=(), **settings):
         pipes = dict.fromkeys(("stdout", "stderr"), subprocess.PIPE)
-        return subprocess.run([*before, *COMMAND, *line.split(), *words], check=False, timeout=120,
+        return subprocess.run([*before, *COMMAND, *line.split(), *words], check=False, timeout=PATIENCE,
                               **{**pipes, **self.settings, **settings})
 
     def start(self, words, **settings):
         process = subprocess.Popen(words, **{**self.settings, **settings}, stdout=subprocess.PIPE,
-                                   preexec_fn=lambda: signal.alarm(120))
+                                   preexec_fn=lambda: signal.alarm(PATIENCE))
         for clean_up in (process.stdout.close, process.wait, process.kill):
             self.addCleanup(clean_up)
         return process

@@ -6,7 +6,7 @@ import re
 import subprocess
 import unittest
 
-from command_fixture import COMMAND, CommandTestCase, jpeg, table
+from command_fixture import COMMAND, PATIENCE, CommandTestCase, jpeg, table
 
 MIB = 1 << 20
 
@@ -76,7 +76,7 @@ class StatsTest(CommandTestCase):
         for verb in ("list", "list --json", "check", "sheet"):
             with self.subTest(verb):
                 run = subprocess.run(["sh", "-c", '"$@" | head -n 1', "sh", *COMMAND, *verb.split(),
-                                      "i"], check=True, capture_output=True, timeout=60,
+                                      "i"], check=True, capture_output=True, timeout=PATIENCE,
                                      **self.settings)
                 self.assertEqual(run.stderr, "")
                 self.assertEqual(len(run.stdout.splitlines()), 1)

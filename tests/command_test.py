@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
 """The command as a process."""
 import json
-import os
 import pathlib
 import re
 import signal

@@ -8,11 +8,16 @@ from command_fixture import USB, CommandTestCase, decode, png, table
 
 
 class RestartTest(CommandTestCase):
+    def setUp(self):
+        super().setUp()
+        self.thumbnails = {}  # by stick
+
     def save(self, stick):
         run = self.run_command(f"save --index i --cache c --size 100 --device {stick}",
                                "p.png", "wide.png")
         self.assertEqual(run.returncode, 0, run.stderr)
         rows = table(run.stdout)
+        self.thumbnails[stick] = [rows[picture][0] for picture in ("p.png", "wide.png")]
         return [rows[picture][-1] for picture in ("p.png", "wide.png")]
 
     def listed(self):
@@ -24,14 +29,12 @@ class RestartTest(CommandTestCase):
         return {path: data for path, data in self.files().items() if stick in path.parts}
 
     def test_thumbnails_outlive_a_restart_and_go_with_their_stick(self):
-        thumbnails = {stick: [f"{self.folder}/c/{stick}/{name}.jpg" for name in ("p", "wide")]
-                      for stick in ("D1", "D2")}
         self.write({"wide.png": png(300, 170)})
         self.attach("D1", "D2")
         self.assertEqual(self.save("D1"), ["saved", "saved"])
         self.assertEqual(self.save("D2"), ["saved", "saved"])
-        self.assertEqual(self.listed(), thumbnails)
-        self.assertEqual([decode(file)[0] for file in thumbnails["D1"]], [(6, 4), (100, 57)])
+        self.assertEqual(self.listed(), self.thumbnails)
+        self.assertEqual([decode(file)[0] for file in self.thumbnails["D1"]], [(6, 4), (100, 57)])
 
         before = self.files()
         self.assertEqual(self.save("D1"), ["kept", "kept"])
@@ -42,7 +45,7 @@ class RestartTest(CommandTestCase):
         self.assertEqual(watch.stdout.readline(), f"removed {USB}D1\n")
         watch.send_signal(signal.SIGTERM)
         self.assertEqual(watch.wait(), 0)
-        self.assertEqual(self.listed(), {"D2": thumbnails["D2"]})
+        self.assertEqual(self.listed(), {"D2": self.thumbnails["D2"]})
         self.assertEqual(self.files_of("D1"), {})
         self.assertEqual(self.files_of("D2").items() - before.items(), set())
 
