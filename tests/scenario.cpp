@@ -76,6 +76,7 @@ std::string Scenario::Run(const std::string& line) {
     Words words;
     boost::split(words, line, boost::is_any_of(" "));
     calls_ = {};
+    calls_.root = root;
     asNobody_ = hasWorked_ = false;
     seen_.clear();
     if (words[0] == "with")

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/algorithm/string/replace.hpp>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -48,6 +49,10 @@ static std::string PathOf(int file) {
         readlink(("/proc/self/fd/" + std::to_string(file)).c_str(), path.data(), path.size()) < 0)
         return ".";
     return path.data();
+}
+static std::string ShownSize(const void* data, size_t size) {
+    const std::string text(static_cast<const char*>(data), size);
+    return " " + std::to_string(boost::replace_all_copy(text, g_calls->root, "$").size());
 }
 #define TRACE(call, what)                                        \
     if (IsTraced()) {                                            \
@@ -119,7 +124,7 @@ ssize_t read(int file, void* data, size_t size) {
     return RefuseOrCut("read", size) ? -1 : NEXT(read)(file, data, size);
 }
 ssize_t write(int file, const void* data, size_t size) {
-    TRACE("write", PathOf(file) + " " + std::to_string(size))
+    TRACE("write", PathOf(file) + ShownSize(data, size))
     return RefuseOrCut("write", size) ? -1 : NEXT(write)(file, data, size);
 }
 CALL(ssize_t, sendfile, -1, PathOf(from) + " " + PathOf(to),
@@ -158,6 +163,9 @@ LOOK(DIR*, opendir, nullptr, (const char* path), path)
 int close(int file) { return NEXT(close)(file) + (Refuse("close") ? -1 : 0) < 0 ? -1 : 0; }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+LOOK(int, pthread_create, EAGAIN,
+     (pthread_t * thread, const pthread_attr_t* with, void* (*run)(void*), void* argument) noexcept,
+     thread, with, run, argument)
 void* malloc(size_t size) noexcept { return Refuse("malloc") ? nullptr : Allocate(size); }
 #endif
 }

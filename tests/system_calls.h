@@ -12,6 +12,7 @@ struct SystemCalls {
     std::size_t room = SIZE_MAX;  // what may be read or written until the device is full
     bool interrupting = false;    // every second reading and writing is, before it begins
     bool tracing = false;         // the calls that change something stand in the log, as S
+    std::string root = {};        // counts as one byte of what a trace says is written
     int first = 0;                // the number of the call that fails; 0: none
     bool all = false;             // and all that follow
     int calls = 0;                // made so far
