@@ -45,7 +45,7 @@ TEST_F(Directories, ofATreeStaysWhatRmLeavesOfIt) {
 }
 
 TEST_F(Directories, aTreeWithALongerPathAndMoreLevelsThanDescriptorsIsRemoved) {
-    InJail([this] {
+    InJail([this](SystemCalls&) {
         for (int level = 0; level < PATH_MAX / 2; ++level)
             fs::create_directory("x"), fs::current_path("x");
         const rlimit descriptors = {64, 64};
@@ -55,14 +55,17 @@ TEST_F(Directories, aTreeWithALongerPathAndMoreLevelsThanDescriptorsIsRemoved) {
 }
 
 TEST_F(Directories, theRootAndWhatLeadsToItAreRefused) {
-    InJail([this] {
+    InJail([this](SystemCalls& calls) {
         fs::create_directories("/usr");
         fs::current_path(fs::path(Write("sub/file", "")).parent_path());
+        g_calls = &calls;
         for (const std::string path : {"/", "//", "/.", "/..", ".", "..", "./", "../", "../..",
                                        "/usr/../", "./.", "/usr/.."}) {
             EXPECT_FALSE(Remove(path)) << path;
             EXPECT_EQ(Log(), "I [m_RemoveDir][rm -rf():" + path + "\tfailed]~");
         }
+        EXPECT_FALSE(engine->m_RemoveDir({"../sub\0x", 8}));
+        EXPECT_EQ(calls.failed, "");
         EXPECT_TRUE(fs::exists("../sub/file"));
     });
 }

@@ -54,3 +54,18 @@ TEST_F(Interface, recordKeepsCopiesGivesCopiesAndRefusesNullAndEmpty) {
     EXPECT_EQ(ysize, 8);
     EXPECT_EQ(zel_destroy_thumbnail_flash_cache_param(param), 1);
 }
+
+TEST_F(Interface, thumbnailWithoutDeviceOrFolderIsRefused) {
+    using Item = Engine::CZELFlashCacheItem;
+    const auto insert = [this](Item* item, const char* id) {
+        return engine->m_InsertItem(item, id, pixels.data(), 1, 1, index.c_str(), nullptr);
+    };
+    EXPECT_FALSE(insert(nullptr, "id"));
+    EXPECT_EQ(Log(), "I m_InsertItem pThumbItem is NULL###~");
+    EXPECT_FALSE(insert(new Item, ""));
+    EXPECT_EQ(Log(), "I m_InsertItem pThumbItem is NULL###~");
+    EXPECT_FALSE(insert(new Item, "id"));
+    EXPECT_EQ(Log(), "I m_InsertItem strFolder is empty###~");
+    EXPECT_FALSE(engine->m_DeleteItem(nullptr));
+    EXPECT_EQ(Log(), "I m_DeleteItem...~|I m_DeleteItem pThumbItem is NULL~");
+}

@@ -9,6 +9,7 @@ struct Killing : CacheTest {
 
     // Saves numbered thumbnails, each for the room of one, and tells the last that is stored.
     [[noreturn]] void SaveForever(std::atomic<int>& told) {
+        close(STDIN_FILENO);  // its number then is as good as any other
         while (Save("dev0/" + std::to_string(told + 1))) {
             auto& last = *engine->m_ThumbItemList.back();
             engine->m_CacheSize += static_cast<int>(ZEL_FLASH_CACHE_MAX / kept - last.Size);

@@ -18,7 +18,6 @@
 #pragma once
 
 #include "fixture.h"
-#include "system_calls.h"
 
 class Scenario : public CacheTest {
 public:

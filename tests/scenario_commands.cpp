@@ -69,6 +69,12 @@ const std::map<std::string, Scenario::Command>& Scenario::Commands() {
             self.Do([&] { return (TheEngine().*member)(text(words, 0)); });
         };
     };
+    static const auto ofRecord = [](auto member) {
+        return [member](auto& self, auto words) {
+            char* record = text(words, 0);
+            self.Do([&] { return (TheEngine().*member)(record, record ? number(words, 1) : 0); });
+        };
+    };
     static const std::map<std::string, Command> commands = {
         // The library, as its callers and the device's events see it
         {"init", [](auto& self, auto words) { self.Start(text(words, 0)); }},
@@ -109,11 +115,9 @@ const std::map<std::string, Scenario::Command>& Scenario::Commands() {
              loading.m_ResetState();
              fs::remove(self.index);
          }},
-        {"m_Parse",
-         [](auto& self, auto words) {
-             char* record = text(words, 0);
-             self.Do([&] { return TheEngine().m_Parse(record, record ? number(words, 1) : 0); });
-         }},
+        {"m_Parse", ofRecord(&Engine::m_Parse)},
+        {"m_ParseItem", ofRecord(&Engine::m_ParseItem)},
+        {"m_ParseFolderItem", ofRecord(&Engine::m_ParseFolderItem)},
         {"holds",
          [](auto& self, auto) { self.seen_ += self.Describe(TheEngine()).erase(0, 1) + "\n"; }},
         {"m_RefreshThumbFile",

@@ -168,6 +168,9 @@ LOOK(DIR*, opendir, nullptr, (const char* path), path)
 int close(int file) { return NEXT(close)(file) + (Refuse("close") ? -1 : 0) < 0 ? -1 : 0; }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+LOOK(int, pthread_create, EAGAIN,
+     (pthread_t * thread, const pthread_attr_t* with, void* (*run)(void*), void* argument) noexcept,
+     thread, with, run, argument)
 void* malloc(size_t size) noexcept { return Refuse("malloc") ? nullptr : Allocate(size); }
 #endif
 }

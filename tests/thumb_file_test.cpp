@@ -1,6 +1,5 @@
 // What is true of the index whatever it holds. What single texts become stands in the scenarios.
 #include "fixture.h"
-#include "system_calls.h"
 
 struct ThumbFile : CacheTest {
     static std::string Item(const std::string& name) { return ItemRecord("p/" + name, 7); }
