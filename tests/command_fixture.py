@@ -4,6 +4,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import resource
 import shlex
 import signal
@@ -93,6 +94,14 @@ class CommandTestCase(unittest.TestCase):
         pipes = dict.fromkeys(("stdout", "stderr"), subprocess.PIPE)
         return subprocess.run([*before, *COMMAND, *line.split(), *words], check=False, timeout=PATIENCE,
                               **{**pipes, **self.settings, **settings})
+
+    def make_thumbnails(self, *pictures):
+        """Saves thumbnails, and takes what tells equal names apart from their names again."""
+        self.assertEqual(self.run_command(SAVE, *pictures).returncode, 0)
+        index = self.folder / "i"
+        index.write_bytes(re.sub(rb"-[0-9a-f]{10}(?=\.jpg)", b"", index.read_bytes()))
+        for file in (self.folder / "c/D1").iterdir():
+            file.rename(re.sub(r"-[0-9a-f]{10}(?=\.jpg$)", "", str(file)))
 
     def start(self, words, **settings):
         process = subprocess.Popen(words, **{**self.settings, **settings}, stdout=subprocess.PIPE,
