@@ -143,7 +143,7 @@ class SavingWatchTest(CommandTestCase):
         self.write({"usb/D1/older.png": png(90, 90)})
         os.utime(self.folder / "usb/D1", ns=(0, 0))
         self.start_saving()
-        self.check_lines(f"saved 0 thumbnails of {USB}D1")
+        self.check_lines(f"saved 0 thumbnails of {USB}D1; the cache is full")
         self.assertEqual(self.listed(), kept)
 
     def test_names_reach_the_output_without_control_characters(self):

@@ -58,7 +58,7 @@ void StorageSaver::Remove(const std::string& mount, const std::function<void()>&
     Mount& known = mounts_[mount];
     ++known.removals;
     known.saved = 0;
-    known.is_done = false;
+    known.is_done = known.is_cut_short = false;
     forget();
 }
 
@@ -125,7 +125,8 @@ void StorageSaver::Save(const Attached& attached, std::uintmax_t& bytes) {
         Mount& mount = mounts_[attached.storage.mount];
         mount.is_done = true;
         PrintLine("saved " + std::to_string(mount.saved) + " thumbnails of " +
-                  Printable(attached.storage.mount));
+                  Printable(attached.storage.mount) +
+                  (mount.is_cut_short ? "; the cache is full" : ""));
     }
 }
 
@@ -164,6 +165,7 @@ bool StorageSaver::SaveNext(const Attached& attached, PictureStream& pictures,
     }
     if (!picture->pixels.bytes.empty()) {
         if (bytes + Estimate(picture->thumbnail.size) > kCacheCeiling) {
+            mounts_[attached.storage.mount].is_cut_short = true;
             return false;
         }
         try {

@@ -65,6 +65,7 @@ private:
         std::uint64_t removals = 0;  /**< how often a storage was removed from it */
         std::size_t saved = 0;       /**< of the storage that is there */
         bool is_done = false;        /**< likewise */
+        bool is_cut_short = false;   /**< likewise; the cache has no room for the rest */
     };
 
     /** A storage, and how often one had been removed from its mount path before it was seen. */
