@@ -213,7 +213,8 @@ class CheckTest(CommandTestCase):
                 self.check_findings([f"/a.jpg: .*{pattern}", "/notes: no image of the cache"])
                 self.check_repair(NO_A)
                 self.assertEqual(self.cache.there(), ALL + ["notes"])
-                self.assertRegex(self.check(0), "/a.jpg: no image of the cache\n")
+                for options in (), ("--repair",):
+                    self.assertRegex(self.check(0, *options), "/a.jpg: no image of the cache\n")
                 self.assertTrue(self.cache.outside.exists())
 
     def test_what_cannot_be_mended_stays_and_is_told(self):

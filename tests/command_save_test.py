@@ -154,6 +154,13 @@ class StateTest(SaveTestCase):
         self.assertEqual(len({first, second, third}), 3)
         self.check_states("p.png", {"p.png": "kept"})
 
+    def test_cache_whose_path_no_index_can_hold_is_refused(self):
+        for folder in 'c"d', "c>d":
+            with self.subTest(folder):
+                run = self.run_command("save --index i --device D1 p.png --cache", folder)
+                self.assertEqual(run.returncode, 1)
+                self.assertIn("p.png: the cache cannot hold a path with", run.stderr)
+
     def test_file_without_a_record_is_replaced(self):
         thumbnail, = self.check_states("p.png", {"p.png": "saved"})
         (self.folder / "i").unlink()
