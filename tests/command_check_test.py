@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """What `check` finds in a cache, and what --repair makes of it."""
 import os
+import random
 import re
+import resource
 import shutil
 import subprocess
 import unittest
@@ -54,11 +56,14 @@ class Cache:
 ALL, NO_A, NO_B, NO_C = (["a.jpg", "b.jpg", "c.jpg"], ["b.jpg", "c.jpg"], ["a.jpg", "c.jpg"],
                          ["a.jpg", "b.jpg"])
 FOLDER = rb"<Type=1[^>]*>\r\n"
+SMALL = jpeg(6, 4)
 DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are left
     "missing image": (lambda c: (c.images / "a.jpg").unlink(), "/a.jpg: .*missing", NO_A),
     "empty image": (lambda c: c.put("a.jpg", b""), "/a.jpg: .*empty", NO_A),
     "image without its end": (lambda c: c.cut("a.jpg", -2), "/a.jpg: .*cut short", NO_A),
     "image without its picture": (lambda c: c.cut("a.jpg", 30), "/a.jpg: .*cut short", NO_A),
+    "image without a scan": (lambda c: c.put("a.jpg", SMALL[:SMALL.index(b"\xff\xda")] + b"\xff\xd9"),
+                             "/a.jpg: .*cut short", NO_A),
     "image without two bytes": (lambda c: c.cut("a.jpg", 3), "/a.jpg: .*cut short", NO_A),
     "wrong size": (lambda c: c.edit(rb'(/a.jpg",Size=)\d+', rb"\g<1>7"),
                    r"/a.jpg: the image has \d+ bytes, its record says 7$", ALL),
@@ -82,6 +87,8 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
                                 "i: at byte .*: a record that the library would", ALL),
     "record of another type": (lambda c: c.append(b"<Type=7,>\r\n"),
                                "i: at byte .*, 9 bytes: .*does not load: type 7 is unknown", ALL),
+    "folder record that does not load": (lambda c: c.append(b'<Type=1,Sid="D1">\r\n'),
+                                         "i: at byte .*does not load: parse", ALL),
     "record without a size": (lambda c: c.edit(rb'(a.jpg",)Size=\d+', rb"\g<1>Size="),
                               "i: at byte .*does not load: parse Size failed$", NO_A),
     "sizes beyond counting": (lambda c: c.edit(rb'(a.jpg",Size=)\d+', rb"\g<1>2147483647"),
@@ -145,8 +152,25 @@ class CheckTest(CommandTestCase):
         self.assertRegex(self.check(0), r"^i: sound, 3 thumbnails, \d[\d.]* (B|KiB)\n$")
         self.cache.pad("a.jpg", 5000)  # a preset block, or a part of one, follows the image
         self.check(0)
+        for name, size in zip(ALL, (40, 40, 20)):
+            self.cache.pad(name, size * MIB)
+        self.assertRegex(self.check(0), "^i: sound, 3 thumbnails, 100 MiB\n$")
         self.cache.index.write_bytes(b"")
         self.assertRegex(self.check(0), "^i: sound, 0 thumbnails, 0 B\n$")
+
+    def test_images_of_every_build_are_sound(self):
+        small = jpeg(64, 64)
+        builds = {
+            "bytes that fill": small[:2] + b"\xff" + small[2:],
+            "restart markers": subprocess.run(["jpegtran", "-restart", "1"], input=small,
+                                              capture_output=True, check=True).stdout,
+            "large": jpeg(700, 700, data=random.Random(1).randbytes(700 * 700 * 3))}
+        self.make_cache()
+        for name, image in builds.items():
+            with self.subTest(name):
+                self.cache.put("a.jpg", image)
+                self.cache.pad("a.jpg", len(image))
+                self.check(0)
 
     def test_each_damage_is_found_and_mended(self):
         for name, (damage, pattern, thumbnails) in DAMAGES.items():
@@ -189,17 +213,57 @@ class CheckTest(CommandTestCase):
                 self.check_findings([f"/a.jpg: .*{pattern}", "/notes: no image of the cache"])
                 self.check_repair(NO_A)
                 self.assertEqual(self.cache.there(), ALL + ["notes"])
-                self.assertRegex(self.check(0), "/a.jpg: no image of the cache\n")
+                for options in (), ("--repair",):
+                    self.assertRegex(self.check(0, *options), "/a.jpg: no image of the cache\n")
                 self.assertTrue(self.cache.outside.exists())
 
     def test_what_cannot_be_mended_stays_and_is_told(self):
         self.make_cache()
         (self.folder / "c/D1").rename(self.folder / "c/D9")
         (self.folder / "c/D1").symlink_to("D9")
-        self.assertRegex(self.check(4), "/D1: the folder cannot be looked into")
+        found = self.check(4)
+        self.assertEqual(found.count("/D1: the folder cannot be looked into"), 1)
         before = self.files()
         self.assertRegex(self.check(4, "--repair"), "i: not mended:\n.*/D1: the folder cannot")
         self.assertEqual(self.files(), before)
+        self.cache.append(b"text")
+        self.assertRegex(self.check(4, "--repair"), "(?m)^rewrote i ")
+        self.assertEqual(self.cache.recorded(), ALL)
+
+    def test_index_that_cannot_be_written_stays(self):
+        self.make_cache()
+        self.cache.append(b"text")
+        self.cache.put("x.jpg", b"")
+        before = self.files()
+        run = self.run_command(
+            "check i --repair", restore_signals=False,
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (9, 9)))
+        self.assertEqual(run.returncode, 8)
+        self.assertIn("i cannot be rewritten", run.stderr)
+        self.assertEqual(self.files(), before)
+
+    def test_folder_of_a_camera_gets_the_record_of_one(self):
+        self.make_cache()
+        self.cache.edit(FOLDER, b"")
+        index = self.cache.index.read_bytes()
+        self.cache.index.write_bytes(index.replace(b"Devicetype=0", b"Devicetype=1"))
+        self.check(1, "--repair")
+        self.assertRegex(self.cache.index.read_bytes(), b"<Type=1[^>]*Devicetype=1>")
+
+    def test_faults_come_in_the_order_of_the_index(self):
+        self.make_cache()
+        for name in "sizes beyond counting", "text at the beginning":
+            DAMAGES[name][0](self.cache)
+        self.assertRegex(self.check(4), "(?s)belongs to no record.*more than the cache can count")
+
+    def test_unfinished_index_is_found_through_a_link(self):
+        self.make_cache()
+        self.write({"i.new": b""})
+        (self.folder / "sub").mkdir()
+        (self.folder / "sub/i").symlink_to("../i")
+        run = self.run_command("check sub/i")
+        self.assertEqual(run.returncode, 4)
+        self.assertIn(f"{self.folder}/i.new: ", run.stdout)
 
     def test_folder_of_a_relative_path_is_looked_for_in_the_working_directory(self):
         self.make_cache()
@@ -219,6 +283,9 @@ class CheckTest(CommandTestCase):
         self.cache.append(b'<Type=1,Sid="D1",Path="%s/c/./D1",Devicetype=0>\r\n' % bytes(self.folder))
         self.check(0)
         self.assertEqual(self.cache.there(), ALL)
+        for name in "zxvyw":
+            self.cache.put(f"{name}.jpg", b"")
+        self.assertEqual(re.findall(r"/(\w)\.jpg: an image", self.check(4)), list("vwxyz"))
 
     def test_one_command_at_a_time_mends(self):
         self.make_cache()

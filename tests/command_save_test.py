@@ -78,6 +78,7 @@ class PictureTest(SaveTestCase):
         cases = {  # by name: what it holds, and the reason given
             "missing.png": (None, "No such file"), "fifo.png": (None, "regular"),
             "text.png": (b"text", "."), "cut.png": (noise[:-99], "."),
+            "cut-large.png": (png(300, 300)[:-99], "."),
             "blocked.png": (None, "not empty"), "own.png": (None, "replace"),
             "noise.png": (noise, "cache"),
             "most.png": (png(16384, 16384, b""), "^(?!.*megapixels)"),
@@ -153,6 +154,13 @@ class StateTest(SaveTestCase):
         self.assertEqual(len({first, second, third}), 3)
         self.check_states("p.png", {"p.png": "kept"})
 
+    def test_cache_whose_path_no_index_can_hold_is_refused(self):
+        for folder in 'c"d', "c>d":
+            with self.subTest(folder):
+                run = self.run_command("save --index i --device D1 p.png --cache", folder)
+                self.assertEqual(run.returncode, 1)
+                self.assertIn("p.png: the cache cannot hold a path with", run.stderr)
+
     def test_file_without_a_record_is_replaced(self):
         thumbnail, = self.check_states("p.png", {"p.png": "saved"})
         (self.folder / "i").unlink()
@@ -222,6 +230,20 @@ class FolderTest(SaveTestCase):
         self.assertRegex(run.stderr, "^zel-thumbnail-cache: f/text.png: .*\n$")
         self.assertIn("\n1 saved, 0 kept, 1 failed", run.stdout)
 
+    def test_folder_that_cannot_be_read_is_a_failure(self):
+        self.write({"f/p.png": png(6, 4)})
+        folder = os.open(self.folder / "f", os.O_RDONLY)
+        for _ in range(17):  # so deep that its path is too long
+            os.mkdir("n" * 250, dir_fd=folder)
+            inner = os.open("n" * 250, os.O_RDONLY, dir_fd=folder)
+            os.close(folder)
+            folder = inner
+        os.close(folder)
+        run = self.run_command(SAVE, "f")
+        self.assertEqual(run.returncode, 1)
+        self.assertRegex(run.stderr, "^zel-thumbnail-cache: f/n.*: File name too long\n$")
+        self.assertIn("\n1 saved, 0 kept, 1 failed", run.stdout)
+
     def test_mounted_file_systems_below_a_folder_are_left_out(self):
         sticks = self.with_sticks()
         self.write({"usb/D1/p.png": png(6, 4), "usb/D1/inner/p.png": png(6, 4), "mount": b"""
@@ -287,6 +309,18 @@ class RunTest(SaveTestCase):
                                errors)
             self.assertEqual(len(self.listed()), int(done))
             self.assertRegex(output, rf"(?m)^{int(done) - kept} saved, {kept} kept, 0 failed")
+
+    def test_signal_that_is_ignored_at_the_start_stays_ignored(self):
+        self.write_many("f")
+        save = self.start(["sh", "-c", 'trap "" INT; exec "$@"', "sh", *COMMAND, *SAVE.split(), "f"],
+                          stderr=subprocess.DEVNULL)
+        self.wait_until(lambda: self.thumbnails("D1"), save)
+        save.send_signal(signal.SIGINT)
+        count = len(self.thumbnails("D1"))
+        self.wait_until(lambda: len(self.thumbnails("D1")) > count + 1, save)
+        save.send_signal(signal.SIGTERM)
+        save.communicate()
+        self.assertEqual(save.returncode, 128 + signal.SIGTERM)
 
     def test_reader_that_has_gone_ends_it_quietly(self):
         for restore_signals, status in ((True, -signal.SIGPIPE), (False, 1)):

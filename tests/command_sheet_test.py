@@ -4,11 +4,12 @@ import base64
 import html.parser
 import os
 import pathlib
+import re
 import shutil
 import unittest
 import urllib.parse
 
-from command_fixture import CommandTestCase, jpeg, png
+from command_fixture import SAVE, CommandTestCase, jpeg, png
 
 HOSTILE = ("%41?b#c&amp;.jpg", "<script>alert(1)<script>.jpg", "\x1b[31m\n.jpg", "'\\.jpg", ":a.jpg",
            "javascript:x.jpg", "\u202e\u00e4.jpg", "\udcff.jpg", " .jpg")
@@ -20,7 +21,7 @@ class Page(html.parser.HTMLParser):
     def __init__(self, text):
         super().__init__()
         self.images, self.names, self.absent, self.open = [], [], [], []
-        self.tags, self.links = set(), []
+        self.tags, self.links, self.facts, self.summary, self.bar = set(), [], [], [], []
         self.feed(text)
         self.close()
         assert not self.open, self.open
@@ -30,6 +31,8 @@ class Page(html.parser.HTMLParser):
         attributes = dict(attrs)
         if tag not in VOID:
             self.open.append((tag, attributes))
+        if "width:" in attributes.get("style", ""):
+            self.bar.append(attributes["style"].split("width:")[1])
         if tag == "img":
             self.images.append(attributes)
         self.links += [attributes[key] for key in ("src", "href") if key in attributes]
@@ -41,6 +44,10 @@ class Page(html.parser.HTMLParser):
         classes = [attributes.get("class") for _, attributes in self.open]
         if classes[-1:] == ["name"]:
             self.names.append(data)
+        if classes[-1:] == ["facts"]:
+            self.facts.append(data)
+        if self.open and self.open[-1][0] in ("dt", "dd"):
+            self.summary.append(data)
         if classes[-2:] == ["absent", "frame"]:
             self.absent.append(data)
 
@@ -68,6 +75,20 @@ class SheetTest(CommandTestCase):
         self.assertEqual([(image["width"], image["height"], image["loading"])
                           for image in page.images], [("60", "40", "lazy"), ("40", "60", "lazy")])
 
+    def test_facts_of_two_devices(self):
+        self.assertEqual(self.run_command(f"{SAVE} --device D2 a.png").returncode, 0)
+        self.write({"i": re.sub(rb"Size=\d+", b"Size=10485760", (self.folder / "i").read_bytes())})
+        (self.images / "b.jpg").unlink()
+        page = Page(self.sheet())
+        self.assertEqual([os.path.dirname(image["src"]) for image in page.images], ["c/D1", "c/D2"])
+        self.assertEqual(page.summary, ["thumbnails", "3", "devices", "2", "of 100 MiB", "30 MiB",
+                                        "full", "30.00 %"])
+        self.assertEqual(page.bar, ["20.00%", "10.00%"])
+        devices = ["2 thumbnails \u00b7 20 MiB", "1 thumbnail \u00b7 10 MiB"]
+        image = "60 \u00d7 40 \u00b7 10 MiB"
+        self.assertEqual(page.facts, [*devices, devices[0], image, "recorded 10 MiB",
+                                      devices[1], image])
+
     def test_links_lead_from_the_page_to_the_images(self):
         (self.folder / "sub/deep").mkdir(parents=True)
         (self.folder / "link").symlink_to("sub/deep")
@@ -82,6 +103,15 @@ class SheetTest(CommandTestCase):
                     self.assertTrue(self.target(image["src"], file.parent).samefile(
                         self.images / name))
 
+    def test_index_with_relative_paths(self):
+        index = (self.folder / "i").read_bytes()
+        self.write({"i": index.replace(bytes(self.folder) + b"/", b"")})
+        (self.folder / "sub").mkdir()
+        self.sheet("--output sub/page.html")
+        page = Page((self.folder / "sub/page.html").read_text(encoding="utf-8"))
+        self.assertEqual([image["src"] for image in page.images],
+                         ["../c/D1/a.jpg", "../c/D1/b.jpg"])
+
     def test_embedded_images_are_in_the_page(self):
         page = Page(self.sheet("--embed"))
         data = [base64.b64decode(image["src"].removeprefix("data:image/jpeg;base64,"),
@@ -94,6 +124,7 @@ class SheetTest(CommandTestCase):
         others = [link for link in page.links if not link.startswith(("c/D1/", "#device-"))]
         self.assertEqual(others, ["data:,"])
         self.assertNotIn("url(", self.sheet())
+        self.assertIn("default-src 'none'", self.sheet())
 
     def test_what_is_missing_shows_as_such(self):
         (self.images / "a.jpg").unlink()
@@ -123,8 +154,9 @@ class SheetTest(CommandTestCase):
         folder.rename(path)
         (self.folder / "i").write_bytes(b"".join(
             os.fsencode(record % (path, path, name)) for name in names))
-        page = Page(self.sheet())
-        self.assertNotIn("b", page.tags)
+        (self.folder / "i").rename(self.folder / "<u>")
+        page = Page(self.run_command("sheet <u>").stdout)
+        self.assertEqual(page.tags & {"b", "u"}, set())
         for image, name in zip(page.images, names, strict=True):
             self.assertEqual(self.target(image["src"], self.folder), pathlib.Path(path, name))
             self.assertEqual(urllib.parse.urlsplit(image["src"])[:2], ("", ""))

@@ -23,16 +23,16 @@ class StatsTest(CommandTestCase):
             b'<Type=1,Sid="D1",Path="c/D1",Devicetype=0>\r\n', record(b"D1", b"a.jpg", 10 * MIB),
             record(b"D\x1b[31m", b"\n\xff.jpg", 1000, 1), record(b"D1", b"b.jpg", 20 * MIB))),
                     "c/D1/a.jpg": jpeg(6, 4, 1), "c/D1/b.jpg": jpeg(6, 4, 1)})
-        os.utime(self.folder / "c/D1/a.jpg", (86400, 86400))
-        os.utime(self.folder / "c/D1/b.jpg", (10 * 86400, 10 * 86400))
-        self.settings["env"]["TZ"] = "UTC"
+        os.utime(self.folder / "c/D1/b.jpg", (86400, 86400))
+        os.utime(self.folder / "c/D1/a.jpg", (10 * 86400, 10 * 86400))
+        self.settings["env"]["TZ"] = "EAST-2"  # two hours before UTC
 
     def test_statistics(self):
         output = self.run_command("stats i").stdout
         for line in (r"thumbnails  3", r"in all      30 MiB of 100 MiB",
                      r" +\u2588{13}\u2591{27} 30.00 %", r"size        median 10 MiB, largest 20 MiB",
                      r"room        6 more of the median size", r"index       4 records",
-                     r"usb +D1 +2 +30 MiB 1970-01-02 00:00 1970-01-11 00:00",
+                     r"usb +D1 +2 +30 MiB 1970-01-02 02:00 1970-01-11 02:00",
                      r"camera D\?\[31m +1 +1000 B +- +-"):
             self.assertRegex(output, rf"(?m)^{line}\s*$")
 
@@ -44,6 +44,16 @@ class StatsTest(CommandTestCase):
                  "oldest": "1970-01-02T00:00:00Z", "newest": "1970-01-11T00:00:00Z"},
                 {"kind": "camera", "id": "D\x1b[31m", "thumbnails": 1, "bytes": 1000,
                  "oldest": None, "newest": None}]})
+
+    def test_cache_that_holds_too_much_has_no_room(self):
+        self.write({"i": record(b"D1", b"a.jpg", 60 * MIB) + record(b"D1", b"b.jpg", 70 * MIB)})
+        statistics = json.loads(self.run_command("stats i --json").stdout)
+        self.assertEqual([statistics[key] for key in ("bytes", "median", "room")],
+                         [130 * MIB, 70 * MIB, 0])
+
+    def test_names_reach_the_output_without_control_characters(self):
+        for line in "list i", "stats i":
+            self.assertNotIn("\x1b", self.run_command(line).stdout)
 
     def test_empty_cache(self):
         self.write({"i": b""})

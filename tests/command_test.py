@@ -6,7 +6,7 @@ import re
 import signal
 import unittest
 
-from command_fixture import SAVE, USB, CommandTestCase
+from command_fixture import SAVE, USB, CommandTestCase, png
 
 OPTIONS = ("--index=i", "--cache=c", "--device=D1", "--mount=M1", "--size=9", "--jobs=2",
            "--camera", "--verbose", "--json")
@@ -41,7 +41,8 @@ RIGHT = {  # by command line: what the output holds
     "list i": "D1", "list --json i": "D1", "list --bytes i": "BYTES", "stats i": "D1",
     "stats --json i": "D1", "sheet i": "D1", "sheet --embed i": "D1"}
 UNUSABLE = {  # by command line: the path that the message names
-    "save --index no/i --cache new --device D1 p.png": "no/i", "watch --index no/i": "no/i",
+    "save --index no/i --cache new --device D1 p.png": "no/i does not exist",
+    "watch --index no/i": "no/i does not exist",
     "save --index i --cache p.png/c --device D1 p.png": "p.png/c", "watch --index table": "table",
     "watch --index i --cache p.png/c": "p.png/c", "list gone": "gone", "stats gone": "gone",
     "sheet gone": "gone", "list table": "table", "list no\x1b[31m": "no?[31m"}
@@ -52,6 +53,16 @@ class CommandTest(CommandTestCase):
         for status, lines in ((1, UNUSABLE), (2, WRONG)):
             for line, culprit in lines.items():
                 self.check_refusal(line, status, re.escape(culprit))
+
+    def test_only_an_unknown_verb_is_answered_with_the_known_ones(self):
+        for line, is_told in {"": True, "frob": True, "list": False, "save p.png": False}.items():
+            with self.subTest(line):
+                error = self.run_command(line).stderr
+                self.assertEqual("the first argument is save, watch" in error, is_told, error)
+
+    def test_picture_may_have_the_name_of_an_option_behind_dashes(self):
+        self.write({"--x=": png(6, 4)})
+        self.assertEqual(self.run_command(f"{SAVE} -- --x=").returncode, 0)
 
     def test_right_command_line_succeeds_unless_its_output_cannot_be_written(self):
         for line, result in RIGHT.items():
@@ -69,8 +80,10 @@ class CommandTest(CommandTestCase):
             b'<Type=0,Path="/c/%s",URL="/c/%s/%s",Size=%d,Devicetype=%d>\r\n' % (id, id, *rest)
             for id, *rest in ((b"D1", b"\\\x1b[31m\t\x7f\xff\xc3\xa4.jpg", 100, 0),
                               (b"A\\B", b"a.jpg", 104857600, 1), (b"D1", b"b.jpg", 23, 0)))})
+        text = self.run_command("list i --bytes").stdout
+        self.assertRegex(text, r"\nTHUMBNAIL {8}BYTES\n/c/A\\B/a.jpg 104857600\n")
         self.assertEqual(
-            re.sub(" +", " ", self.run_command("list i --bytes").stdout),
+            re.sub(" +", " ", text),
             "camera A\\B in /c/A\\B\nTHUMBNAIL BYTES\n/c/A\\B/a.jpg 104857600\n"
             "1 thumbnail, 104857600 bytes, 100.00 % of 104857600\n\n"
             "usb D1 in /c/D1\nTHUMBNAIL BYTES\n/c/D1/\\?[31m??\\xffä.jpg 100\n/c/D1/b.jpg 23\n"

@@ -20,6 +20,12 @@ class WatchTest(CommandTestCase):
         self.assertEqual(os.listdir(self.folder / "c"), ["D2"])
         self.assertRegex(self.run_command("list i").stdout, "^usb D2")
 
+    def test_mount_paths_reach_the_output_without_control_characters(self):
+        watch = self.start_watch()
+        for names, line in (("D1", r"E\033[31m"), "connected"), (("D1",), "removed"):
+            self.attach(*names)
+            self.assertEqual(watch.stdout.readline(), f"{line} {USB}E?[31m\n")
+
 
 class SavingWatchTest(CommandTestCase):
     def setUp(self):
