@@ -46,8 +46,10 @@ TEST_F(Directories, ofATreeStaysWhatRmLeavesOfIt) {
 
 TEST_F(Directories, aTreeWithALongerPathAndMoreLevelsThanDescriptorsIsRemoved) {
     InJail([this](SystemCalls&) {
-        for (int level = 0; level < PATH_MAX / 2; ++level)
-            fs::create_directory("x"), fs::current_path("x");
+        for (int level = 0; level < PATH_MAX / 2; ++level) {
+            const char* name = level == 1 ? ".deep-0" : "x";  // one that the removal would take
+            fs::create_directory(name), fs::current_path(name);
+        }
         const rlimit descriptors = {64, 64};
         EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &descriptors), 0);
         EXPECT_TRUE(Remove(root + "/x"));

@@ -55,7 +55,7 @@ TEST_F(Interface, recordKeepsCopiesGivesCopiesAndRefusesNullAndEmpty) {
     EXPECT_EQ(zel_destroy_thumbnail_flash_cache_param(param), 1);
 }
 
-TEST_F(Interface, thumbnailWithoutDeviceOrFolderIsRefused) {
+TEST_F(Interface, thumbnailWithoutDeviceFolderOrPixelsIsRefused) {
     using Item = Engine::CZELFlashCacheItem;
     const auto insert = [this](Item* item, const char* id) {
         return engine->m_InsertItem(item, id, pixels.data(), 1, 1, index.c_str(), nullptr);
@@ -68,4 +68,15 @@ TEST_F(Interface, thumbnailWithoutDeviceOrFolderIsRefused) {
     EXPECT_EQ(Log(), "I m_InsertItem strFolder is empty###~");
     EXPECT_FALSE(engine->m_DeleteItem(nullptr));
     EXPECT_EQ(Log(), "I m_DeleteItem...~|I m_DeleteItem pThumbItem is NULL~");
+    std::string folder, id, mount, url = "ptp://camera";
+    EXPECT_EQ(engine->m_CheckUrl(nullptr, "/cache/id/a", url.data(), folder, id, mount), 3);
+    EXPECT_EQ(Log(), "I filename or url is null~");
+}
+
+TEST_F(Interface, longestRowAndHighestColumnAreSavedAndAnImageWithoutANameIsNot) {
+    std::vector<unsigned char> line(std::size_t{65500} * 4);
+    for (const auto& [xsize, ysize] : {std::pair(65500, 1), std::pair(1, 65500)})
+        EXPECT_TRUE(engine->m_JpegSave(line.data(), nullptr, xsize, ysize, index.c_str()));
+    EXPECT_FALSE(engine->m_BmpSave(line.data(), nullptr, 1, 1, nullptr));
+    EXPECT_EQ(Log(), "I can not find / in path:");
 }

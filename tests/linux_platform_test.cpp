@@ -74,6 +74,7 @@ TEST_F(LinuxPlatform, WhatIsKnownOfTheLastTimeStaysAsLongAsThereIsAConnection) {
     EXPECT_EQ(database(), "failed");
     EXPECT_EQ(media_content_connect(), 0);
     EXPECT_EQ(media_content_connect(), 0);
+    EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/a b\n");
     EXPECT_EQ(media_content_disconnect(), 0);
     replace_table(kStickB + "#" + std::string(20000, ' ') + "\n" + kStick);
     const std::string both = database();
@@ -165,13 +166,96 @@ TEST_F(LinuxPlatform, StickThatUdevHasStillToLookAtIsWaitedForAndThenRefused) {
     g_platform_calls.on_pause = [] { ADD_FAILURE() << "only a connection waits"; };
     EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/a b\n");
     replace_table(kStick + kStickB);  // which is not known before udev has looked at it
+    testing::internal::CaptureStderr();
     EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/a b\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ZEL-LINUX-PLATFORM: the attached devices are taken from the last time: udev has not "
+              "looked at every device yet\n");
     let_udev_look_at("b8:33");
     EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/a b\nB-UUID|/opt/storage/usb/b\n");
     EXPECT_EQ(media_content_disconnect(), 0);
     fs::remove(root_ / "udev/data/+usb:1-3");
     g_platform_calls.on_pause = [] {};
     EXPECT_NE(media_content_connect(), 0);  // it may turn out to be a camera
+}
+
+TEST_F(LinuxPlatform, WhatCannotBeReadFailsTheConnectionAndWhatIsAbsentDoesNot) {
+    replace_table(kStick);
+    const struct {
+        const char* call;
+        int error;
+        bool connects;
+    } cases[] = {
+        {"udev_new", ENOMEM, false},
+        {"udev_device_new_from_devnum", ENOMEM, false},
+        {"udev_device_new_from_devnum", ENODEV, true},
+        {"udev_device_new_from_devnum", ENOENT, true},
+        {"udev_device_new_from_devnum", ENXIO, true},
+        {"udev_device_new_from_syspath", ENOMEM, false},
+        {"udev_device_new_from_syspath", ENODEV, true},
+        {"udev_device_get_property_value", ENOMEM, false},
+        {"udev_device_get_property_value", ENOENT, true},
+        {"udev_device_get_sysattr_value", EIO, false},
+        {"udev_device_get_sysattr_value", ENOENT, true},
+        {"udev_device_get_devtype", ENOMEM, false},
+        {"udev_device_get_devtype", ENOENT, true},
+        {"udev_device_get_is_initialized", EIO, false},
+        {"udev_device_get_is_initialized", 0, true},
+        {"udev_enumerate_new", ENOMEM, false},
+        {"udev_enumerate_add_match_subsystem", ENOMEM, false},
+        {"udev_enumerate_scan_devices", ENOMEM, false},
+        {"udev_enumerate_get_list_entry", ENOMEM, false},
+        {"udev_enumerate_get_list_entry", ENODATA, true},
+        {"access", EACCES, false},
+        {"access", ENOTDIR, true},
+    };
+    for (const auto& [call, error, connects] : cases) {
+        g_platform_calls.failing = call;
+        g_platform_calls.error = error;
+        const int result = media_content_connect();
+        g_platform_calls.failing = {};
+        EXPECT_EQ(result == 0, connects) << call << ": " << strerror(error);
+        EXPECT_EQ(media_content_disconnect(), result);
+    }
+}
+
+TEST_F(LinuxPlatform, EventsAreRefusedWhereNothingTellsOfMounts) {
+    g_platform_calls.error = ENOMEM;
+    const std::pair<const char*, std::string> cases[] = {{"eventfd", ""},
+                                                         {"mnt_new_monitor", ""},
+                                                         {"mnt_monitor_enable_kernel", ""},
+                                                         {"mnt_monitor_get_fd", ""},
+                                                         {"inotify_init1", table_},
+                                                         {"inotify_add_watch", table_}};
+    for (const auto& [call, table] : cases) {
+        setenv("ZEL_MOUNTINFO", table.c_str(), 1);
+        g_platform_calls.failing = call;
+        EXPECT_NE(zel_storage_register_event_cb(record, events_), 0) << call;
+        g_platform_calls.failing = {};
+        EXPECT_NE(zel_storage_unregister_event_cb(), 0) << call;
+    }
+}
+
+TEST_F(LinuxPlatform, EventsAreReportedOfAChangeAmongManyAndOfOneThatWasLost) {
+    replace_table(kStick);
+    bool is_first = true;
+    g_platform_calls.on_events = [&] {
+        if (!std::exchange(is_first, false))
+            return;
+        replace_table(kUnknown);
+        for (int i = 0; i < 100; ++i)  // more than one read takes
+            std::ofstream(root_ / ("a file with a long name " + std::to_string(i)));
+    };
+    ASSERT_EQ(zel_storage_register_event_cb(record, events_), 0);
+    std::ofstream(root_ / "another file");
+    EXPECT_EQ(next_event(), "2 /opt/storage/usb/a b|S1");
+    EXPECT_EQ(next_event(), "1 /opt/storage/usb/demo|");
+    g_platform_calls.overflowing = true;
+    replace_table(kElsewhere);
+    EXPECT_EQ(next_event(), "2 /opt/storage/usb/demo|");
+    EXPECT_EQ(zel_storage_unregister_event_cb(), 0);
+    g_platform_calls.overflowing = false;
+    g_platform_calls.on_events = [] {};
 }
 
 TEST_F(LinuxPlatform, EventsFollowTheMountTableFromRegistrationToItsEnd) {

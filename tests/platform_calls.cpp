@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <link.h>
 #include <poll.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -43,7 +44,9 @@ static const char* moved(const char* path) {
 #define NEXT(name) reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name))
 #define CALL(type, name, failure, error, real, parameters, ...)                         \
     type name parameters {                                                              \
-        return hit(__builtin_return_address(0), error) ? (failure) : real(__VA_ARGS__); \
+        return hit(__builtin_return_address(0), error) || g_platform_calls.fails(#name) \
+                   ? (failure)                                                          \
+                   : real(__VA_ARGS__);                                                 \
     }
 
 static std::atomic<std::int64_t> slept{0};
@@ -63,11 +66,22 @@ CALL(int, openat64, -1, EMFILE, NEXT(openat64), (int at, const char* path, int f
      moved(path), flags)
 CALL(FILE*, fopen64, nullptr, EMFILE, NEXT(fopen64), (const char* path, const char* mode),
      moved(path), mode)
-CALL(ssize_t, read, -1, EIO, NEXT(read), (int file, void* data, size_t size), file, data, size)
 CALL(DIR*, opendir, nullptr, EMFILE, NEXT(opendir), (const char* path), path)
 CALL(FILE*, fmemopen, nullptr, ENOMEM, NEXT(fmemopen),
      (void* data, size_t size, const char* mode) noexcept, data, size, mode)
 
+ssize_t read(int file, void* data, size_t size) {
+    if (hit(__builtin_return_address(0), EIO))
+        return -1;
+    const bool is_of_events = file == g_platform_calls.inotify;
+    if (is_of_events)
+        g_platform_calls.on_events();
+    const ssize_t count = NEXT(read)(file, data, size);
+    if (!is_of_events || count <= 0 || !g_platform_calls.overflowing)
+        return count;
+    *static_cast<inotify_event*>(data) = {-1, IN_Q_OVERFLOW, 0, 0};
+    return sizeof(inotify_event);
+}
 int poll(pollfd* files, nfds_t count, int timeout) {
     return interrupts() ? -1 : NEXT(poll)(files, count, timeout);
 }

@@ -3,9 +3,11 @@
 #pragma once
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 
 struct PlatformCalls {
     std::atomic<int> first{0};     // the number of the call that fails; 0 lets every one through
@@ -15,6 +17,14 @@ struct PlatformCalls {
     std::atomic<bool> interrupting{false};  // every second wait for events and write to the log is
     std::atomic<std::size_t> piece{SIZE_MAX};  // the most bytes that one write takes
     std::function<void()> on_pause = [] {};    // in place of every sleep, which takes no time
+    std::string_view failing;  // the name of a function that fails whenever it is called,
+    int error = 0;             // and what it leaves in errno
+    bool fails(std::string_view function) const {
+        return failing == function && (errno = error, true);
+    }
+    std::atomic<int> inotify{-1};             // the last that was made
+    std::function<void()> on_events = [] {};  // before every look at what it has to tell
+    std::atomic<bool> overflowing{false};     // it tells only that it had too much to tell
 };
 
 extern PlatformCalls g_platform_calls;

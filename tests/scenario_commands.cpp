@@ -181,6 +181,7 @@ const std::map<std::string, Scenario::Command>& Scenario::Commands() {
         {"RemoveDir", ofPath(&Engine::RemoveDir)},
         {"m_RemoveThumb", ofPath(&Engine::m_RemoveThumb)},
         {"FileExist", ofPath(&Engine::FileExist)},
+        {"m_RemoveStorage", ofPath(&Engine::m_RemoveStorage)},
         // The platform
         {"usb", [](auto& self, auto words) { self.Attach(ZEL_STORAGE_DEVICE_TYPE_USB, words); }},
         {"ptp", [](auto& self, auto words) { self.Attach(ZEL_STORAGE_DEVICE_TYPE_PTP, words); }},
