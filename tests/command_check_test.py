@@ -85,6 +85,9 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
                               NO_B),
     "record that is too long": (lambda c: c.edit(rb"=0(?=>\r\n<[^>]*b.jpg)", b"=0" + b" " * 1023),
                                 "i: at byte .*: a record that the library would", ALL),
+    "record of names that are too long": (
+        lambda c: c.append(b'<Type=0,Path="/%b",URL="/%b",Size=7,Devicetype=0>\r\n' % (
+            b"p" * 500, b"u" * 510)), "i: at byte .*: a record that the library would", ALL),
     "record of another type": (lambda c: c.append(b"<Type=7,>\r\n"),
                                "i: at byte .*, 9 bytes: .*does not load: type 7 is unknown", ALL),
     "folder record that does not load": (lambda c: c.append(b'<Type=1,Sid="D1">\r\n'),

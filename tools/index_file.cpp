@@ -45,7 +45,7 @@ std::string ReasonAgainst(std::string_view text) {
 // Whether a record, given from its "<" to its ">", is all that the library would write for it.
 template <class Record>
 bool IsAsWritten(const Record& record, std::string_view text) {
-    std::array<char, thumbFileRecordMaxLength> room;
+    std::array<char, thumbFileRecordRoom> room;
     const std::size_t length = FormatThumbFileRecord(record, room.data());
     constexpr std::size_t line_end = 2;
     return length != thumbFileRecordUnreadable && length > line_end &&
