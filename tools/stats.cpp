@@ -1,6 +1,6 @@
+#include <langinfo.h>
 #include <sys/stat.h>
 
-#include <langinfo.h>
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
