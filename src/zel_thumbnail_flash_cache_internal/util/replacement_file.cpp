@@ -89,11 +89,7 @@ bool CZELReplacementFile::Commit() {
         return false;
     }
     if (m_pFile == &m_Old) {
-        // The rest of the old text goes last: too many records do less harm than too few.
-        return (!S_ISREG(m_OldStatus.st_mode) ||
-                (ftruncate(m_Old.Get(), static_cast<off_t>(m_Written)) == 0 &&
-                 fdatasync(m_Old.Get()) == 0)) &&
-               m_Old.Close();
+        return m_EndInPlace();
     }
     if (fdatasync(m_New.Get()) != 0) {
         return false;
@@ -116,5 +112,13 @@ bool CZELReplacementFile::m_CopyInPlace() {
             return false;
         }
     }
-    return ftruncate(m_Old.Get(), offset) == 0 && fdatasync(m_Old.Get()) == 0;
+    return m_EndInPlace();
+}
+
+// The rest of the old text goes last: too many records do less harm than too few.
+bool CZELReplacementFile::m_EndInPlace() {
+    return (!S_ISREG(m_OldStatus.st_mode) ||
+            (ftruncate(m_Old.Get(), static_cast<off_t>(m_Written)) == 0 &&
+             fdatasync(m_Old.Get()) == 0)) &&
+           m_Old.Close();
 }

@@ -62,6 +62,7 @@ private:
     void m_OpenTemporary();
     [[nodiscard]] bool m_Flush();
     [[nodiscard]] bool m_CopyInPlace();
+    [[nodiscard]] bool m_EndInPlace();
 
     const std::string m_Path;
     std::string m_Target;                   // the path with all links resolved
