@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <string>
 #include <tuple>
 
 #include "util/size_arithmetic.h"
@@ -13,11 +14,6 @@ namespace {
 
 constexpr std::size_t maxNumberLength = 10;   // of one that is read
 constexpr std::size_t maxWrittenNumber = 20;  // the least number of 64 bits
-
-// A text of a record, in which no separator may stand.
-struct Text {
-    std::string_view characters;
-};
 
 // The characters of a text that the compiler copies and compares at once, and the same bits.
 using Block [[gnu::vector_size(16)]] = signed char;
@@ -40,8 +36,8 @@ inline Bits CopyBlocks(char* to, std::string_view text) {
     return found;
 }
 
-// Writes the pieces of a record one behind the other, and looks for separators on the way: a
-// rewrite does so with every record there is.
+// Writes the pieces of a record one behind the other. In a std::string, which is a text of the
+// record, it looks for separators on the way: a rewrite does so with every record there is.
 class RecordBuilder {
 public:
     explicit RecordBuilder(char* to) : m_Start(to), m_To(to) {}
@@ -50,15 +46,14 @@ public:
 
     void Put(long number) { m_To = std::to_chars(m_To, m_To + maxWrittenNumber, number).ptr; }
 
-    void Put(const Text& text) {
-        const std::string_view characters = text.characters;
-        if (characters.size() < sizeof(Block)) {
-            m_bHasSeparator |= characters.find_first_of("\">\0"sv) != characters.npos;
-            Put(characters);
+    void Put(const std::string& text) {
+        if (text.size() < sizeof(Block)) {
+            m_bHasSeparator |= text.find_first_of("\">\0"sv) != text.npos;
+            Put(std::string_view(text));
             return;
         }
-        m_Found |= CopyBlocks(m_To, characters);
-        m_To += characters.size();
+        m_Found |= CopyBlocks(m_To, text);
+        m_To += text.size();
     }
 
     [[nodiscard]] std::size_t Length() const { return static_cast<std::size_t>(m_To - m_Start); }
@@ -168,8 +163,8 @@ std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheItem&
     if (item.Path.size() + item.URL.size() > thumbFileRecordMaxLength) {
         return 0;
     }
-    return Join(text, "<Type=0,Path=\""sv, Text{item.Path}, "\",URL=\""sv, Text{item.URL},
-                "\",Size="sv, item.Size, ",Devicetype="sv, item.Devicetype, ">\r\n"sv);
+    return Join(text, "<Type=0,Path=\""sv, item.Path, "\",URL=\""sv, item.URL, "\",Size="sv,
+                item.Size, ",Devicetype="sv, item.Devicetype, ">\r\n"sv);
 }
 
 std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheFolderItem& folder,
@@ -177,7 +172,7 @@ std::size_t FormatThumbFileRecord(const CZELThumbFlashCache::CZELFlashCacheFolde
     if (folder.Sid.size() + folder.Path.size() > thumbFileRecordMaxLength) {
         return 0;
     }
-    return Join(text, "<Type=1,Sid=\""sv, Text{folder.Sid}, "\",Path=\""sv, Text{folder.Path},
+    return Join(text, "<Type=1,Sid=\""sv, folder.Sid, "\",Path=\""sv, folder.Path,
                 "\",Devicetype="sv, folder.Devicetype, ">\r\n"sv);
 }
 
