@@ -5,7 +5,6 @@
 #include <tuple>
 #include <utility>
 
-#include "thumb_file_record.h"
 #include "util/log.h"
 #include "util/size_arithmetic.h"
 #include "zel_thumbnail_flash_cache_internal.h"

@@ -27,8 +27,8 @@ constexpr std::ptrdiff_t nextReadSize = 1048575;
 // Whether a zero byte stands before the end of a text, other than the zeros that a power failure
 // leaves there.
 bool HidesItsEnd(std::string_view text) {
-    const std::size_t last = text.find_last_not_of('\0');
-    return last != std::string_view::npos && text.substr(0, last).find('\0') != text.npos;
+    const std::size_t end = text.find_last_not_of('\0') + 1;  // also for zeros alone
+    return text.find('\0') < end;
 }
 
 // Takes back the part of a record that was written.

@@ -14,19 +14,16 @@ namespace {
 bool CutZeros(const CZELFileDescriptor& file, off_t& size) {
     std::array<char, 4096> block;
     constexpr auto blockSize = static_cast<off_t>(block.size());
+    off_t start = size;
     off_t end = size;
-    while (end > 0) {
-        const off_t start = (end - 1) / blockSize * blockSize;
+    while (start == end && start > 0) {
+        start = (start - 1) / blockSize * blockSize;
         const auto length = static_cast<std::size_t>(end - start);
         if (pread(file.Get(), block.data(), length, start) != end - start) {
             return false;
         }
-        while (end > start && block[static_cast<std::size_t>(end - start - 1)] == '\0') {
-            --end;
-        }
-        if (end > start) {
-            break;
-        }
+        const std::string_view text(block.data(), length);
+        end = start + static_cast<off_t>(text.find_last_not_of('\0') + 1);  // also for zeros alone
     }
     const bool bCut = end == size || ftruncate(file.Get(), end) == 0;
     size = end;
