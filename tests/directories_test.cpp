@@ -41,6 +41,9 @@ TEST_F(Directories, ofATreeStaysWhatRmLeavesOfIt) {
                 << entry.first << " of " << text;
         EXPECT_EQ(fs::remove_all(ours), fs::remove_all(rms));
     }
+    fs::create_directory(ours), fs::permissions(ours, fs::perms::none);
+    EXPECT_FALSE(engine->FileExist(ours.c_str()));
+    EXPECT_TRUE(Remove(ours));
     EXPECT_EQ(setresuid(user, user, user), 0);
 }
 

@@ -86,7 +86,9 @@ int media_filter_create(media_filter_h* filter) {
 int media_filter_destroy(media_filter_h filter) {
     return Release("filter_destroy", filter, g_platform->filterDestroyResult);
 }
-int media_storage_foreach_storage_from_db(media_filter_h, media_storage_cb callback, void* data) {
+int media_storage_foreach_storage_from_db(media_filter_h filter, media_storage_cb callback,
+                                          void* data) {
+    EXPECT_EQ(g_platform->live.count(filter), 1U);
     g_platform->Note('P', "foreach");
     g_platform->onPass(++g_platform->passes);
     for (_zel_storage_s& storage : g_platform->database)

@@ -34,21 +34,20 @@ struct Faulty : CacheTest {
             std::ignore = engine->SaveFlashFile(pixels.data(), size, size, file.c_str(), url, {});
         };
     }
-    // Runs the work with one fault after the other until it meets none, and checks after each.
+    // Runs the work with one fault after the other until it meets none, and checks after each. The
+    // calls of the script fail as well.
     void FailEach(std::function<void()> prepare, std::function<void()> work,
                   const std::set<std::string>& mustStay = {"$/d0/a", "$/d0/b"},
-                  bool noRename = false) {
+                  const SystemCalls& with = {}) {
         for (const bool all : {false, true}) {
             int first = 0, calls = 0;
             do {
                 SCOPED_TRACE(std::to_string(++first) + (all ? " and all that follow" : ""));
                 Build();
                 prepare();
-                SystemCalls script;
+                SystemCalls script = with;
                 script.first = first;
                 script.all = all;
-                if (noRename)
-                    script.refused["rename"] = EPERM;
                 g_calls = &script;
                 work();
                 g_calls = nullptr;
@@ -103,8 +102,33 @@ TEST_F(Faulty, savesIntoOldAndNewFoldersAndIntoAFullCache) {
             item->Size = ZEL_FLASH_CACHE_MAX / 2;
         engine->m_CacheSize = ZEL_FLASH_CACHE_MAX;
     };
-    for (const bool noRename : {false, true})
-        FailEach(fill, Saving("d0/new", 120), {"$/d0/b"}, noRename);
+    SystemCalls noRename;
+    noRename.refused["rename"] = EPERM;
+    for (const SystemCalls& with : {SystemCalls(), noRename})
+        FailEach(fill, Saving("d0/new", 120), {"$/d0/b"}, with);
+    // The device has room for the image, and for none of its records.
+    Build(), start(), Saving(folder + "/new")();
+    SystemCalls full;
+    full.room = fs::file_size(root + "/" + folder + "/new");
+    FailEach(start, Saving(folder + "/new"), {"$/d0/a", "$/d0/b"}, full);
+}
+
+TEST_F(Faulty, recordsBehindATornOneAreReadOnceOneIsAppended) {
+    const auto tear = [this] {
+        Start();
+        std::ofstream(index, std::ios::app) << "<Type=0,Path=" << std::string(5000, '\0');
+        engine->m_ThumbFile.Forget();
+    };
+    FailEach(tear, [this, save = Saving("d0/new"), saveNext = Saving("d0/next")] {
+        save();
+        g_calls = nullptr;
+        saveNext();
+        Engine loaded;
+        loaded.m_strCachePath = index;
+        EXPECT_TRUE(loaded.m_LoadThumbFile());
+        EXPECT_EQ(Content(loaded), Content(*engine));
+        EXPECT_THAT(Content(loaded), EndsWith(" $/d0/next"));
+    });
 }
 
 TEST_F(Faulty, startsAndRemovals) {

@@ -73,6 +73,15 @@ TEST_F(Interface, thumbnailWithoutDeviceFolderOrPixelsIsRefused) {
     EXPECT_EQ(Log(), "I filename or url is null~");
 }
 
+TEST_F(Interface, ofAFolderWithoutAPathNothingIsRemoved) {
+    Engine::DeviceMap storages = {{"id", "/opt/storage/usb/sda1"}}, cameras;
+    engine->m_ThumbFolderList.emplace_back(new Engine::CZELFlashCacheFolderItem);
+    EXPECT_TRUE(engine->m_DelUnvalidData(storages, cameras));
+    EXPECT_EQ(Log(),
+              "I usbFlashMap size= [1],ptpFlashMap size= [0]~|"
+              "I m_ThumbFolderList get id = []~");
+}
+
 TEST_F(Interface, longestRowAndHighestColumnAreSavedAndAnImageWithoutANameIsNot) {
     std::vector<unsigned char> line(std::size_t{65500} * 4);
     for (const auto& [xsize, ysize] : {std::pair(65500, 1), std::pair(1, 65500)})

@@ -42,6 +42,7 @@ TEST_F(Threads, storagesComeAndGoWhileFourThreadsSaveAndTheEngineStarts) {
         for (const char* path : {"s0", "s1", "s2", "s3"})
             EXPECT_NE(engine->m_RemoveStorage(std::string("/opt/storage/usb/") + path), 2);
     }
+    engine->m_AwaitWorkers();  // until then saves are refused
     SaveOnThreads(8, 25).clear();
     EXPECT_GE(engine->m_ThumbItemList.size(), 200U);
     ExpectLeft(Content(*engine));

@@ -54,6 +54,15 @@ TEST_F(ThumbFile, aLargeIndexIsRewrittenByteForByteOrNotAtAll) {
     }
 }
 
+TEST_F(ThumbFile, recordsThatLackATextAreLeftOutOfARewrite) {
+    Load(FolderRecord("p") + FolderRecord("q") + a);
+    engine->m_ThumbFolderList.front()->Sid.clear();
+    engine->m_ThumbFolderList.back()->Path.clear();
+    engine->m_ThumbItemList.front()->Path.clear();
+    EXPECT_TRUE(engine->m_RefreshThumbFile());
+    EXPECT_EQ(Read(), "");
+}
+
 // Whatever the texts are, a record is refused, or read back as it is and nothing else with it.
 TEST_F(ThumbFile, recordsAreReadBackAsTheyAreOrRefused) {
     Load(FolderRecord("p") + a);
