@@ -26,7 +26,8 @@ CALL(const char*, udev_device_get_sysattr_value, nullptr, (udev_device * of, con
      (of, key))
 CALL(const char*, udev_device_get_devtype, nullptr, (udev_device * of), (of))
 CALL(int, udev_device_get_is_initialized, 0, (udev_device * of), (of))
-CALL(udev_enumerate*, udev_enumerate_new, nullptr, (struct udev * database), (database))
+CALL(udev_enumerate*, udev_enumerate_new, nullptr, (struct udev * database),
+     ((g_platform_calls.on_look(), database)))
 CALL(int, udev_enumerate_add_match_subsystem, -errno, (udev_enumerate * in, const char* name),
      (in, name))
 CALL(int, udev_enumerate_scan_devices, -errno, (udev_enumerate * in), (in))
@@ -34,6 +35,7 @@ CALL(udev_list_entry*, udev_enumerate_get_list_entry, nullptr, (udev_enumerate *
 CALL(libmnt_monitor*, mnt_new_monitor, nullptr, (), ())
 CALL(int, mnt_monitor_enable_kernel, -errno, (libmnt_monitor * of, int enable), (of, enable))
 CALL(int, mnt_monitor_get_fd, -errno, (libmnt_monitor * of), (of))
+CALL(char*, strdup, nullptr, (const char* text) noexcept, (text))
 CALL(int, eventfd, -1, (unsigned count, int flags) noexcept, (count, flags))
 CALL(int, inotify_add_watch, -1, (int file, const char* path, uint32_t mask) noexcept,
      (file, path, mask))

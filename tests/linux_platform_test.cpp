@@ -102,14 +102,35 @@ TEST_F(LinuxPlatform, WhatIsKnownOfTheLastTimeStaysAsLongAsThereIsAConnection) {
               "file or directory\n");
 }
 
+static bool keep(media_storage_h storage, void* kept) {
+    EXPECT_EQ(media_storage_clone(static_cast<media_storage_h*>(kept), storage), 0);
+    return false;  // no more
+}
+
+TEST_F(LinuxPlatform, WhereMemoryIsShortEachTextIsHandedOutOnceAndThenRefused) {
+    replace_table(kStick);
+    EXPECT_EQ(media_content_connect(), 0);
+    media_storage_h record = nullptr;
+    media_filter_h filter = nullptr;
+    EXPECT_EQ(media_filter_create(&filter), 0);
+    EXPECT_EQ(media_storage_foreach_storage_from_db(filter, keep, &record), 0);
+    EXPECT_EQ(media_content_disconnect(), 0);
+    g_platform_calls.failing = "strdup";
+    for (auto* const get : {media_storage_get_path, media_storage_get_storage_id}) {
+        char *text = nullptr, *second = nullptr;
+        EXPECT_EQ(get(record, &text), 0);
+        EXPECT_NE(get(record, &second), 0);
+        EXPECT_EQ(taken(text),
+                  get == media_storage_get_path ? "/opt/storage/usb/a b" : "4D1C-9F07");
+    }
+    g_platform_calls.failing = {};
+    EXPECT_EQ(media_storage_destroy(record), 0);
+}
+
 TEST_F(LinuxPlatform, WhatIsNoArgumentIsRefused) {
     replace_table(kStick);
     EXPECT_EQ(media_content_connect(), 0);
     void *list = nullptr, *other = &list;
-    const auto keep = [](media_storage_h storage, void* kept) {
-        EXPECT_EQ(media_storage_clone(static_cast<media_storage_h*>(kept), storage), 0);
-        return false;  // no more
-    };
     media_storage_h record = nullptr;
     media_filter_h filter = nullptr;
     char* text = nullptr;
@@ -177,6 +198,21 @@ TEST_F(LinuxPlatform, StickThatUdevHasStillToLookAtIsWaitedForAndThenRefused) {
     fs::remove(root_ / "udev/data/+usb:1-3");
     g_platform_calls.on_pause = [] {};
     EXPECT_NE(media_content_connect(), 0);  // it may turn out to be a camera
+}
+
+TEST_F(LinuxPlatform, DevicesThatChangeAreLookedAtUntilTheyRestButNotForEver) {
+    for (const int changes : {3, 1000}) {
+        int looks = 0;
+        replace_table(kElsewhere);
+        g_platform_calls.on_look = [&] {
+            if (looks++ < changes)
+                replace_table(looks % 2 == 0 ? kStick : kStickB);
+        };
+        EXPECT_EQ(media_content_connect() == 0, changes == 3);
+        EXPECT_EQ(database(), changes == 3 ? "B-UUID|/opt/storage/usb/b\n" : "failed");
+        EXPECT_EQ(media_content_disconnect() == 0, changes == 3);
+    }
+    g_platform_calls.on_look = [] {};
 }
 
 TEST_F(LinuxPlatform, WhatCannotBeReadFailsTheConnectionAndWhatIsAbsentDoesNot) {
@@ -260,17 +296,24 @@ TEST_F(LinuxPlatform, EventsAreReportedOfAChangeAmongManyAndOfOneThatWasLost) {
 
 TEST_F(LinuxPlatform, EventsFollowTheMountTableFromRegistrationToItsEnd) {
     const long inherited = descriptors(true);
+    const std::string moved = boost::replace_all_copy(kStick, "a\\040b", "demo");
     for (const bool interrupting : {false, true}) {
         g_platform_calls.interrupting = interrupting;
         replace_table(kStick);
         ASSERT_EQ(zel_storage_register_event_cb(record, events_), 0);
         EXPECT_NE(zel_storage_register_event_cb(record, events_), 0);
         EXPECT_EQ(descriptors(true), inherited);
-        replace_table(kUnknown);
+        replace_table(kStick + kStickB);
+        EXPECT_EQ(next_event(), "1 /opt/storage/usb/b|Long_Serial");
+        replace_table(moved + kStickB);
         EXPECT_EQ(next_event(), "2 /opt/storage/usb/a b|S1");
+        EXPECT_EQ(next_event(), "1 /opt/storage/usb/demo|S1");
+        replace_table(kUnknown);
+        EXPECT_EQ(next_event(), "2 /opt/storage/usb/b|Long_Serial");
+        EXPECT_EQ(next_event(), "2 /opt/storage/usb/demo|S1");
         EXPECT_EQ(next_event(), "1 /opt/storage/usb/demo|");
         replace_table("a line that nobody understands\n");
-        std::ofstream(table_) << boost::replace_all_copy(kStick, "a\\040b", "demo");
+        std::ofstream(table_) << moved;
         EXPECT_EQ(next_event(), "2 /opt/storage/usb/demo|");
         EXPECT_EQ(next_event(), "1 /opt/storage/usb/demo|S1");
         replace_table(kElsewhere);
@@ -323,10 +366,14 @@ TEST(LinuxLog, CutsALongLineWhereMemoryIsShort) {
 }
 #endif
 
-// Each level in a process of its own, since the first line settles it.
-TEST(LinuxLog, DropsWhatIsBelowTheLevelOfTheEnvironment) {
+static void exit_in_a_new_program() {
     if (getenv("GTEST_DEATH_TEST_STYLE") == nullptr)  // an emulator cannot start this program again
         GTEST_FLAG_SET(death_test_style, "threadsafe");
+}
+
+// Each level in a process of its own, since the first line settles it.
+TEST(LinuxLog, DropsWhatIsBelowTheLevelOfTheEnvironment) {
+    exit_in_a_new_program();
     const std::pair<const char*, const char*> cases[] = {
         {nullptr, "567"}, {"", "567"},     {"debug", "34567"},    {"info", "4567"}, {"warn", "567"},
         {"error", "67"},  {"INFO", "567"}, {"4", "4567"},         {"4x", "567"},    {" 4", "567"},
@@ -347,6 +394,16 @@ TEST(LinuxLog, DropsWhatIsBelowTheLevelOfTheEnvironment) {
         };
         EXPECT_EXIT(log_each(), testing::ExitedWithCode(0), testing::StrEq(lines)) << level;
     }
-    EXPECT_EXIT((close(2), std::exit(__dlog_print(0, 7, "T", "lost"))),
-                testing::ExitedWithCode(255), "");
+}
+
+TEST(LinuxLog, GivesUpALineWhereNothingIsWritten) {
+    exit_in_a_new_program();
+    const auto lose = [] {
+        alarm(60);
+        errno = EINTR;  // of an earlier call
+        std::exit(__dlog_print(0, 7, "T", "lost"));
+    };
+    EXPECT_EXIT((close(2), lose()), testing::ExitedWithCode(255), "");
+    EXPECT_EXIT((g_platform_calls.piece = 0, lose()), testing::ExitedWithCode(255), "");
+    EXPECT_EXIT((g_platform_calls.full = true, lose()), testing::ExitedWithCode(255), "");
 }
