@@ -32,6 +32,7 @@ CALL(int, udev_enumerate_add_match_subsystem, -errno, (udev_enumerate * in, cons
      (in, name))
 CALL(int, udev_enumerate_scan_devices, -errno, (udev_enumerate * in), (in))
 CALL(udev_list_entry*, udev_enumerate_get_list_entry, nullptr, (udev_enumerate * of), (of))
+CALL(libmnt_iter*, mnt_new_iter, nullptr, (int direction), (direction))
 CALL(libmnt_monitor*, mnt_new_monitor, nullptr, (), ())
 CALL(int, mnt_monitor_enable_kernel, -errno, (libmnt_monitor * of, int enable), (of, enable))
 CALL(int, mnt_monitor_get_fd, -errno, (libmnt_monitor * of), (of))

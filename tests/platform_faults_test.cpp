@@ -75,6 +75,10 @@ TEST_F(PlatformFaults, UnreadableMachineRefusesTheStartAndTheNextOneSucceeds) {
         EXPECT_FALSE(start(engine)) << table;
         EXPECT_EQ(left(), "4D1C-9F07 B-UUID C1 gone ");
     }
+    setenv("ZEL_MOUNTINFO", root_.c_str(), 1);  // a folder cannot be read
+    EXPECT_FALSE(start(engine));
+    EXPECT_EQ(left(), "4D1C-9F07 B-UUID C1 gone ");
+    setenv("ZEL_MOUNTINFO", table_.c_str(), 1);
     replace_table(kStick + kStickB);
     EXPECT_TRUE(start(engine));
     EXPECT_EQ(left(), "4D1C-9F07 B-UUID C1 ");
