@@ -12,6 +12,12 @@
     type name parameters {                                                       \
         return g_platform_calls.fails(#name) ? (failure) : NEXT(name) arguments; \
     }
+// One that finds a text leaves an error behind all the same.
+#define TEXT(name, parameters, arguments)                                                  \
+    const char* name parameters {                                                          \
+        const char* text = g_platform_calls.fails(#name) ? nullptr : NEXT(name) arguments; \
+        return text != nullptr ? (errno = EACCES, text) : nullptr;                         \
+    }
 
 extern "C" {
 
@@ -20,20 +26,21 @@ CALL(udev_device*, udev_device_new_from_devnum, nullptr,
      (struct udev * database, char type, dev_t number), (database, type, number))
 CALL(udev_device*, udev_device_new_from_syspath, nullptr,
      (struct udev * database, const char* path), (database, path))
-CALL(const char*, udev_device_get_property_value, nullptr, (udev_device * of, const char* key),
-     (of, key))
-CALL(const char*, udev_device_get_sysattr_value, nullptr, (udev_device * of, const char* key),
-     (of, key))
-CALL(const char*, udev_device_get_devtype, nullptr, (udev_device * of), (of))
+TEXT(udev_device_get_property_value, (udev_device * of, const char* key), (of, key))
+TEXT(udev_device_get_sysattr_value, (udev_device * of, const char* key), (of, key))
+TEXT(udev_device_get_devtype, (udev_device * of), (of))
 CALL(int, udev_device_get_is_initialized, 0, (udev_device * of), (of))
-CALL(udev_enumerate*, udev_enumerate_new, nullptr, (struct udev * database), (database))
+CALL(udev_enumerate*, udev_enumerate_new, nullptr, (struct udev * database),
+     ((g_platform_calls.on_look(), database)))
 CALL(int, udev_enumerate_add_match_subsystem, -errno, (udev_enumerate * in, const char* name),
      (in, name))
 CALL(int, udev_enumerate_scan_devices, -errno, (udev_enumerate * in), (in))
 CALL(udev_list_entry*, udev_enumerate_get_list_entry, nullptr, (udev_enumerate * of), (of))
+CALL(libmnt_iter*, mnt_new_iter, nullptr, (int direction), (direction))
 CALL(libmnt_monitor*, mnt_new_monitor, nullptr, (), ())
 CALL(int, mnt_monitor_enable_kernel, -errno, (libmnt_monitor * of, int enable), (of, enable))
 CALL(int, mnt_monitor_get_fd, -errno, (libmnt_monitor * of), (of))
+CALL(char*, strdup, nullptr, (const char* text) noexcept, (text))
 CALL(int, eventfd, -1, (unsigned count, int flags) noexcept, (count, flags))
 CALL(int, inotify_add_watch, -1, (int file, const char* path, uint32_t mask) noexcept,
      (file, path, mask))

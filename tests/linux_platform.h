@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <umockdev.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include <memory>
 #include <stdexcept>
 #include <thread>
+#include <tuple>
 
 #include "platform_calls.h"
 #include "zel_platform_storage_events.h"
@@ -46,11 +48,14 @@ struct LinuxPlatform : testing::Test {
         setenv("ZEL_MOUNTINFO", table_.c_str(), 1);
         replace_table(kElsewhere);
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, events_), 0);
+        const timeval limit{60, 0};  // for an event that does not come
+        EXPECT_EQ(setsockopt(events_[1], SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit), 0);
         wait_for_other_threads();
         descriptors_ = descriptors(false);
     }
     // No test leaves a descriptor behind, and none was open to other programs.
     ~LinuxPlatform() override {
+        std::ignore = zel_storage_unregister_event_cb();  // of a test that failed
         EXPECT_EQ(descriptors(false), descriptors_);
         close(events_[0]), close(events_[1]);
         g_object_unref(testbed_);
@@ -78,6 +83,7 @@ struct LinuxPlatform : testing::Test {
         for (const char* file :
              {"control", "data/+usb:1-2", "data/+usb:1-3", "data/+usb:1-4", "data/+usb:1-5"})
             std::ofstream(root_ / "udev" / file) << "I:1\n";
+        fs::permissions(root_ / "udev/control", fs::perms::none);  // as it is for a user
     }
     void let_udev_look_at(const std::string& device) {
         std::ofstream(root_ / "udev/data" / device) << "I:1\n";
@@ -94,11 +100,14 @@ struct LinuxPlatform : testing::Test {
         const std::string text =
             std::to_string(event) + " " + text_of(storage) + (test == events_ ? "" : " of nobody");
         EXPECT_GT(send(events_[0], text.data(), text.size(), 0), 0);
-        throw std::runtime_error("costs no later event");
+        throw "costs no later event";
     }
     static std::string next_event() {
         char text[100];
-        return {text, static_cast<std::size_t>(read(events_[1], text, sizeof text))};
+        const ssize_t size = read(events_[1], text, sizeof text);
+        if (size < 0)
+            throw std::runtime_error("no event");
+        return {text, static_cast<std::size_t>(size)};
     }
     inline static int events_[2];  // from record() to next_event()
     long descriptors_ = 0;

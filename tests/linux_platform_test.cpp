@@ -2,6 +2,7 @@
 #include "linux_platform.h"
 
 #include <boost/algorithm/string/replace.hpp>
+#include <climits>
 #include <sstream>
 
 #include "zel_platform_log.h"
@@ -75,6 +76,8 @@ TEST_F(LinuxPlatform, WhatIsKnownOfTheLastTimeStaysAsLongAsThereIsAConnection) {
     EXPECT_EQ(media_content_connect(), 0);
     EXPECT_EQ(media_content_connect(), 0);
     EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/a b\n");
+    umockdev_testbed_set_property(testbed_, "/sys/devices/usb1/1-1/sdb1", "ID_SERIAL_SHORT", "S3");
+    EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_USB), "/opt/storage/usb/a b|S3\n");
     EXPECT_EQ(media_content_disconnect(), 0);
     replace_table(kStickB + "#" + std::string(20000, ' ') + "\n" + kStick);
     const std::string both = database();
@@ -86,11 +89,11 @@ TEST_F(LinuxPlatform, WhatIsKnownOfTheLastTimeStaysAsLongAsThereIsAConnection) {
     void* list = nullptr;
     EXPECT_EQ(zel_get_usb_list(ZEL_STORAGE_DEVICE_TYPE_USB, &list), 0);
     EXPECT_EQ(media_content_disconnect(), 0);
-    EXPECT_EQ(text_of(zel_storage_get_storage(0, list)), "/opt/storage/usb/a b|S1");
+    EXPECT_EQ(text_of(zel_storage_get_storage(0, list)), "/opt/storage/usb/a b|S3");
     EXPECT_EQ(zel_storage_list_destory(list), 0);
     EXPECT_NE(media_content_disconnect(), 0);
     replace_table(kStick);
-    EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_USB), "/opt/storage/usb/a b|S1\n");
+    EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_USB), "/opt/storage/usb/a b|S3\n");
     fs::remove(table_);
     testing::internal::CaptureStderr();
     EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_USB), "failed");
@@ -102,14 +105,46 @@ TEST_F(LinuxPlatform, WhatIsKnownOfTheLastTimeStaysAsLongAsThereIsAConnection) {
               "file or directory\n");
 }
 
+static bool keep(media_storage_h storage, void* kept) {
+    EXPECT_EQ(media_storage_clone(static_cast<media_storage_h*>(kept), storage), 0);
+    return false;  // no more
+}
+
+TEST_F(LinuxPlatform, WhereMemoryIsShortEachTextIsHandedOutOnceAndThenRefused) {
+    replace_table(kStick);
+    EXPECT_EQ(media_content_connect(), 0);
+    media_storage_h record = nullptr;
+    media_filter_h filter = nullptr;
+    EXPECT_EQ(media_filter_create(&filter), 0);
+    EXPECT_EQ(media_storage_foreach_storage_from_db(filter, keep, &record), 0);
+    EXPECT_EQ(media_content_disconnect(), 0);
+    g_platform_calls.failing = "strdup";
+    for (auto* const get : {media_storage_get_path, media_storage_get_storage_id}) {
+        char *text = nullptr, *second = nullptr;
+        EXPECT_EQ(get(record, &text), 0);
+        EXPECT_NE(get(record, &second), 0);
+        EXPECT_EQ(taken(text),
+                  get == media_storage_get_path ? "/opt/storage/usb/a b" : "4D1C-9F07");
+    }
+    g_platform_calls.failing = {};
+    EXPECT_EQ(media_storage_destroy(record), 0);
+}
+
+TEST_F(LinuxPlatform, ConnectionsOfTwoThreadsAreCounted) {
+    const auto connect = [] {
+        EXPECT_EQ(media_content_connect(), 0);
+        EXPECT_EQ(media_content_disconnect(), 0);
+    };
+    std::thread other(connect);
+    connect();
+    other.join();
+    EXPECT_NE(media_content_disconnect(), 0);
+}
+
 TEST_F(LinuxPlatform, WhatIsNoArgumentIsRefused) {
     replace_table(kStick);
     EXPECT_EQ(media_content_connect(), 0);
     void *list = nullptr, *other = &list;
-    const auto keep = [](media_storage_h storage, void* kept) {
-        EXPECT_EQ(media_storage_clone(static_cast<media_storage_h*>(kept), storage), 0);
-        return false;  // no more
-    };
     media_storage_h record = nullptr;
     media_filter_h filter = nullptr;
     char* text = nullptr;
@@ -161,6 +196,7 @@ TEST_F(LinuxPlatform, StickThatUdevHasStillToLookAtIsWaitedForAndThenRefused) {
     g_platform_calls.on_pause = [&] { ++pauses; };
     EXPECT_NE(media_content_connect(), 0);
     EXPECT_GT(pauses, 1);
+    EXPECT_LE(pauses, 150);  // of 20 ms
     g_platform_calls.on_pause = [&] { let_udev_look_at("b8:17"); };
     EXPECT_EQ(media_content_connect(), 0);
     g_platform_calls.on_pause = [] { ADD_FAILURE() << "only a connection waits"; };
@@ -177,6 +213,33 @@ TEST_F(LinuxPlatform, StickThatUdevHasStillToLookAtIsWaitedForAndThenRefused) {
     fs::remove(root_ / "udev/data/+usb:1-3");
     g_platform_calls.on_pause = [] {};
     EXPECT_NE(media_content_connect(), 0);  // it may turn out to be a camera
+}
+
+TEST_F(LinuxPlatform, DevicesThatChangeAreLookedAtUntilTheyRestButNotForEver) {
+    for (const int changes : {3, 1000}) {
+        int looks = 0;
+        replace_table(kElsewhere);
+        g_platform_calls.on_look = [&] {
+            if (looks++ < changes)
+                replace_table(looks % 2 == 0 ? kStick : kStickB);
+        };
+        EXPECT_EQ(media_content_connect() == 0, changes == 3);
+        EXPECT_EQ(database(), changes == 3 ? "B-UUID|/opt/storage/usb/b\n" : "failed");
+        EXPECT_EQ(media_content_disconnect() == 0, changes == 3);
+    }
+    g_platform_calls.on_look = [] {};
+}
+
+TEST_F(LinuxPlatform, ConnectionThatEndsDuringALookLeavesNothingToList) {
+    EXPECT_EQ(media_content_connect(), 0);
+    g_platform_calls.error = ENOMEM;
+    g_platform_calls.on_look = [] {
+        EXPECT_EQ(media_content_disconnect(), 0);
+        g_platform_calls.failing = "udev_enumerate_scan_devices";
+    };
+    EXPECT_EQ(database(), "failed");
+    g_platform_calls.on_look = [] {};
+    g_platform_calls.failing = {};
 }
 
 TEST_F(LinuxPlatform, WhatCannotBeReadFailsTheConnectionAndWhatIsAbsentDoesNot) {
@@ -201,11 +264,13 @@ TEST_F(LinuxPlatform, WhatCannotBeReadFailsTheConnectionAndWhatIsAbsentDoesNot) 
         {"udev_device_get_devtype", ENOENT, true},
         {"udev_device_get_is_initialized", EIO, false},
         {"udev_device_get_is_initialized", 0, true},
+        {"udev_device_get_is_initialized", ENOENT, true},
         {"udev_enumerate_new", ENOMEM, false},
         {"udev_enumerate_add_match_subsystem", ENOMEM, false},
         {"udev_enumerate_scan_devices", ENOMEM, false},
         {"udev_enumerate_get_list_entry", ENOMEM, false},
         {"udev_enumerate_get_list_entry", ENODATA, true},
+        {"mnt_new_iter", ENOMEM, false},
         {"access", EACCES, false},
         {"access", ENOTDIR, true},
     };
@@ -243,8 +308,8 @@ TEST_F(LinuxPlatform, EventsAreReportedOfAChangeAmongManyAndOfOneThatWasLost) {
         if (!std::exchange(is_first, false))
             return;
         replace_table(kUnknown);
-        for (int i = 0; i < 100; ++i)  // more than one read takes
-            std::ofstream(root_ / ("a file with a long name " + std::to_string(i)));
+        for (int i = 100; i < 200; ++i)  // more than one read takes
+            std::ofstream(root_ / (std::string(NAME_MAX - 3, 'x') + std::to_string(i)));
     };
     ASSERT_EQ(zel_storage_register_event_cb(record, events_), 0);
     std::ofstream(root_ / "another file");
@@ -260,17 +325,32 @@ TEST_F(LinuxPlatform, EventsAreReportedOfAChangeAmongManyAndOfOneThatWasLost) {
 
 TEST_F(LinuxPlatform, EventsFollowTheMountTableFromRegistrationToItsEnd) {
     const long inherited = descriptors(true);
+    const std::string moved = boost::replace_all_copy(kStick, "a\\040b", "demo");
     for (const bool interrupting : {false, true}) {
         g_platform_calls.interrupting = interrupting;
         replace_table(kStick);
         ASSERT_EQ(zel_storage_register_event_cb(record, events_), 0);
         EXPECT_NE(zel_storage_register_event_cb(record, events_), 0);
         EXPECT_EQ(descriptors(true), inherited);
-        replace_table(kUnknown);
+        replace_table(kStick + kStickB);
+        EXPECT_EQ(next_event(), "1 /opt/storage/usb/b|Long_Serial");
+        replace_table(moved + kStickB);
         EXPECT_EQ(next_event(), "2 /opt/storage/usb/a b|S1");
+        EXPECT_EQ(next_event(), "1 /opt/storage/usb/demo|S1");
+        replace_table(kUnknown);
+        EXPECT_EQ(next_event(), "2 /opt/storage/usb/b|Long_Serial");
+        EXPECT_EQ(next_event(), "2 /opt/storage/usb/demo|S1");
         EXPECT_EQ(next_event(), "1 /opt/storage/usb/demo|");
+        {
+            std::ofstream in_place(table_);
+            wait_for_other_threads();  // none of which reads half of it
+            in_place << kUnknown + kStickB;
+        }
+        EXPECT_EQ(next_event(), "1 /opt/storage/usb/b|Long_Serial");
         replace_table("a line that nobody understands\n");
-        std::ofstream(table_) << boost::replace_all_copy(kStick, "a\\040b", "demo");
+        wait_for_other_threads();  // one of which tries to read it
+        std::ofstream(table_) << moved;
+        EXPECT_EQ(next_event(), "2 /opt/storage/usb/b|Long_Serial");
         EXPECT_EQ(next_event(), "2 /opt/storage/usb/demo|");
         EXPECT_EQ(next_event(), "1 /opt/storage/usb/demo|S1");
         replace_table(kElsewhere);
@@ -289,25 +369,33 @@ TEST_F(LinuxPlatform, EventsFollowTheMountTableFromRegistrationToItsEnd) {
 
 TEST(LinuxLog, EndsEachLineOnceWhateverItsLengthAndKeepsErrno) {
     const std::string reset = "\033[0m";
-    for (const std::size_t size :
-         {0, 1, 1012, 1013, 1014, 1015, 1016, 1017, 1018, 1019, 1020, 5000})
-        for (const std::string end : {"", "\n", "\n\n", "\033[0m", "\n\033[0m", "\033[0m\n"}) {
-            const std::string text(size, 'x');
-            const bool coloured = end.find(reset) != std::string::npos;
-            const std::string line = "TAG: " + text + (coloured ? reset : "") + "\n";
-            g_platform_calls.piece = size % 2 == 0 ? 100 : SIZE_MAX;
-            g_platform_calls.interrupting = size % 2 == 0;
-            errno = ERANGE;
-            testing::internal::CaptureStderr();
-            const int printed =
-                __dlog_print(2, ZEL_PLATFORM_LOG_WARN, "TAG", "%s%s", text.c_str(), end.c_str());
-            const int error = errno;
-            g_platform_calls.piece = SIZE_MAX;
-            g_platform_calls.interrupting = false;
-            EXPECT_EQ(testing::internal::GetCapturedStderr(), line);
-            EXPECT_EQ(printed, static_cast<int>(line.size()));
-            EXPECT_EQ(error, ERANGE);
-        }
+    for (const std::string& tag : {std::string(), std::string("TAG"), std::string(1500, 't')})
+        for (const std::size_t size :
+             {0, 1, 1012, 1013, 1014, 1015, 1016, 1017, 1018, 1019, 1020, 5000})
+            for (const std::string end : {"", "\n", "\n\n", "\033[0m", "\n\033[0m", "\033[0m\n"}) {
+                const std::string text = std::string(size, 'x') + end;
+                const bool coloured = end.find(reset) != std::string::npos;
+                const std::string line =
+                    tag + ": " + std::string(size, 'x') + (coloured ? reset : "") + "\n";
+                g_platform_calls.piece = size % 2 == 0 ? 100 : SIZE_MAX;
+                g_platform_calls.interrupting = size % 2 == 0;
+                errno = ERANGE;
+                testing::internal::CaptureStderr();
+                const int printed =
+                    __dlog_print(2, ZEL_PLATFORM_LOG_WARN, tag.c_str(), "%s", text.c_str());
+                const int error = errno;
+                g_platform_calls.piece = SIZE_MAX;
+                g_platform_calls.interrupting = false;
+                EXPECT_EQ(testing::internal::GetCapturedStderr(), line);
+                EXPECT_EQ(printed, static_cast<int>(line.size()));
+                EXPECT_EQ(error, ERANGE);
+            }
+}
+
+TEST(LinuxLog, LeavesOutALineThatCannotBeFormatted) {
+    testing::internal::CaptureStderr();
+    EXPECT_LT(__dlog_print(2, ZEL_PLATFORM_LOG_WARN, "T", "%ls", L"\u20ac"), 0);  // not in ASCII
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they have their own malloc()
@@ -323,10 +411,14 @@ TEST(LinuxLog, CutsALongLineWhereMemoryIsShort) {
 }
 #endif
 
-// Each level in a process of its own, since the first line settles it.
-TEST(LinuxLog, DropsWhatIsBelowTheLevelOfTheEnvironment) {
+static void exit_in_a_new_program() {
     if (getenv("GTEST_DEATH_TEST_STYLE") == nullptr)  // an emulator cannot start this program again
         GTEST_FLAG_SET(death_test_style, "threadsafe");
+}
+
+// Each level in a process of its own, since the first line settles it.
+TEST(LinuxLog, DropsWhatIsBelowTheLevelOfTheEnvironment) {
+    exit_in_a_new_program();
     const std::pair<const char*, const char*> cases[] = {
         {nullptr, "567"}, {"", "567"},     {"debug", "34567"},    {"info", "4567"}, {"warn", "567"},
         {"error", "67"},  {"INFO", "567"}, {"4", "4567"},         {"4x", "567"},    {" 4", "567"},
@@ -347,6 +439,16 @@ TEST(LinuxLog, DropsWhatIsBelowTheLevelOfTheEnvironment) {
         };
         EXPECT_EXIT(log_each(), testing::ExitedWithCode(0), testing::StrEq(lines)) << level;
     }
-    EXPECT_EXIT((close(2), std::exit(__dlog_print(0, 7, "T", "lost"))),
-                testing::ExitedWithCode(255), "");
+}
+
+TEST(LinuxLog, GivesUpALineWhereNothingIsWritten) {
+    exit_in_a_new_program();
+    const auto lose = [] {
+        alarm(60);
+        errno = EINTR;  // of an earlier call
+        std::exit(__dlog_print(0, 7, "T", "lost"));
+    };
+    EXPECT_EXIT((close(2), lose()), testing::ExitedWithCode(255), "");
+    EXPECT_EXIT((g_platform_calls.piece = 0, lose()), testing::ExitedWithCode(255), "");
+    EXPECT_EXIT((g_platform_calls.full = true, lose()), testing::ExitedWithCode(255), "");
 }

@@ -86,8 +86,10 @@ int poll(pollfd* files, nfds_t count, int timeout) {
     return interrupts() ? -1 : NEXT(poll)(files, count, timeout);
 }
 ssize_t write(int file, const void* data, size_t size) {
-    return interrupts() ? -1
-                        : NEXT(write)(file, data, std::min(size, g_platform_calls.piece.load()));
+    const bool fails = g_platform_calls.full && (errno = EAGAIN);
+    return fails || interrupts()
+               ? -1
+               : NEXT(write)(file, data, std::min(size, g_platform_calls.piece.load()));
 }
 int fdatasync(int) { return 0; }  // no test of this program cuts the power
 

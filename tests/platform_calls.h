@@ -16,7 +16,9 @@ struct PlatformCalls {
     std::string udev;              // stands in for /run/udev
     std::atomic<bool> interrupting{false};  // every second wait for events and write to the log is
     std::atomic<std::size_t> piece{SIZE_MAX};  // the most bytes that one write takes
+    std::atomic<bool> full{false};             // no write takes any now, and none waits
     std::function<void()> on_pause = [] {};    // in place of every sleep, which takes no time
+    std::function<void()> on_look = [] {};     // before each listing of the USB devices
     std::string_view failing;  // the name of a function that fails whenever it is called,
     int error = 0;             // and what it leaves in errno
     bool fails(std::string_view function) const {
