@@ -6,15 +6,15 @@ import pty
 import random
 import re
 import resource
+import shutil
 import signal
 import struct
 import subprocess
+import time
 import unittest
 
-from command_fixture import (BLUE, COLOURS, COMMAND, GREEN, RED, SAVE, USB, YELLOW, CommandTestCase,
-                             corners, decode, jpeg, png, table)
-
-MANY = 50  # pictures, more than a screenful
+from command_fixture import (BLUE, COLOURS, COMMAND, GREEN, RED, RESERVES_MEMORY, SAVE, USB, YELLOW,
+                             CommandTestCase, corners, decode, jpeg, png, table)
 
 
 class SaveTestCase(CommandTestCase):
@@ -278,8 +278,8 @@ class FolderTest(SaveTestCase):
 
 class RunTest(SaveTestCase):
     def test_results_come_in_the_order_given_however_many_are_decoded_at_once(self):
-        self.write({f"{i}.jpg": jpeg(*((2000, 1500) if i % 3 == 0 else (8, 8))) for i in range(MANY)})
-        names = [f"{i}.jpg" for i in random.Random(1).sample(range(MANY), MANY)]
+        self.write({f"{i}.jpg": jpeg(*((2000, 1500) if i % 3 == 0 else (8, 8))) for i in range(50)})
+        names = [f"{i}.jpg" for i in random.Random(1).sample(range(50), 50)]
         for jobs in "1", "4", "200":
             with self.subTest(jobs):
                 rows = self.save("--jobs", jobs, *names)
@@ -288,12 +288,13 @@ class RunTest(SaveTestCase):
             (self.folder / "i").unlink()
 
     def test_more_than_a_screenful_is_summed_up(self):
-        self.write({f"f/{i}.png": png(6, 4) for i in range(MANY)})
-        run = self.run_command(SAVE, "f")
-        self.assertRegex(run.stdout, rf"^{MANY} saved, 0 kept, 0 failed, 0 evicted in .* seconds\n"
-                         rf"{MANY} thumbnails, \d+ bytes.*\n$")
-        run = self.run_command(f"{SAVE} --verbose", "f")
-        self.assertEqual(run.stdout.count(" kept\n"), MANY)
+        names = [f"{i}.png" for i in range(21)]
+        self.write(dict.fromkeys(names, png(6, 4)))
+        run = self.run_command(SAVE, *names)
+        self.assertRegex(run.stdout, r"^21 saved, 0 kept, 0 failed, 0 evicted in .* seconds\n"
+                         r"21 thumbnails, \d+ bytes.*\n$")
+        for words, count in (names[1:], 20), (["--verbose", *names], 21):
+            self.assertEqual(self.run_command(SAVE, *words).stdout.count(" kept\n"), count)
 
     def test_interrupted_run_says_how_far_it_came_and_goes_on_later(self):
         self.write_many("f")
@@ -309,6 +310,34 @@ class RunTest(SaveTestCase):
                                errors)
             self.assertEqual(len(self.listed()), int(done))
             self.assertRegex(output, rf"(?m)^{int(done) - kept} saved, {kept} kept, 0 failed")
+
+    def test_second_signal_ends_it_at_once(self):
+        reader, writer = os.pipe()
+        self.addCleanup(os.close, reader)
+        os.set_blocking(writer, False)
+        with contextlib.suppress(BlockingIOError):  # it is full, and stops who reports a failure
+            while True:
+                os.write(writer, bytes(4096))
+        os.set_blocking(writer, True)
+        save = self.start([*COMMAND, *SAVE.split(), "p.png", "missing.png"], stderr=writer)
+        os.close(writer)
+        self.wait_until(lambda: self.thumbnails("D1"), save)
+        while save.poll() is None:
+            save.send_signal(signal.SIGINT)
+            time.sleep(0.01)
+        self.assertEqual(save.returncode, -signal.SIGINT)
+
+    @unittest.skipIf(RESERVES_MEMORY, "a sanitizer or an emulator has threads of its own")
+    def test_as_many_threads_decode_as_asked_for(self):
+        self.write_many("f")
+        for jobs in 1, 3:
+            save = self.start([*COMMAND, *SAVE.split(), "f", f"--jobs={jobs}"])
+            self.wait_until(lambda: self.thumbnails("D1"), save)
+            self.wait_until(lambda: len(os.listdir(f"/proc/{save.pid}/task")) == 1 + jobs, save)
+            save.kill()
+            save.wait()
+            shutil.rmtree(self.folder / "c")
+            (self.folder / "i").unlink()
 
     def test_signal_that_is_ignored_at_the_start_stays_ignored(self):
         self.write_many("f")
