@@ -247,6 +247,15 @@ class CheckTest(CommandTestCase):
         self.assertIn("i cannot be rewritten", run.stderr)
         self.assertEqual(self.files(), before)
 
+    def test_image_that_cannot_be_removed_stays_and_is_told(self):
+        self.make_cache()
+        self.cache.put("x.jpg", b"")
+        run = self.run_command("check i --repair", before=self.with_mounts(
+            "mount --bind c/D1 c/D1 && mount -o remount,bind,ro c/D1"))
+        self.assertEqual(run.returncode, 4)
+        self.assertRegex(run.stderr, "/x.jpg: it cannot be removed: Read-only file system\n$")
+        self.assertRegex(run.stdout, "i: not mended:\n.*/x.jpg: an image that no record names\n$")
+
     def test_folder_of_a_camera_gets_the_record_of_one(self):
         self.make_cache()
         self.cache.edit(FOLDER, b"")

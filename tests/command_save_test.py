@@ -339,6 +339,15 @@ class RunTest(SaveTestCase):
             shutil.rmtree(self.folder / "c")
             (self.folder / "i").unlink()
 
+    @unittest.skipIf(RESERVES_MEMORY, "memory is not limited")
+    def test_fewer_threads_than_asked_for_do_as_well(self):
+        names = [f"{i}.png" for i in range(8)]
+        self.write(dict.fromkeys(names, png(6, 4)))
+        run = self.run_command(SAVE, "--jobs=8", *names, preexec_fn=lambda: resource.setrlimit(
+            resource.RLIMIT_STACK, (512 << 20, 512 << 20)))  # for each thread, of 2 GiB in all
+        self.assertEqual(run.stderr, "")
+        self.assertIn("\n8 saved, 0 kept, 0 failed", run.stdout)
+
     def test_signal_that_is_ignored_at_the_start_stays_ignored(self):
         self.write_many("f")
         save = self.start(["sh", "-c", 'trap "" INT; exec "$@"', "sh", *COMMAND, *SAVE.split(), "f"],

@@ -113,8 +113,11 @@ class CommandTest(CommandTestCase):
 
     @unittest.skipIf(RESERVES_MEMORY, "the library of the mock devices has to be loaded first")
     def test_cameras_are_devices(self):
-        run = self.run_command("devices", before=["umockdev-run", "--device", MOCK_DEVICES, "--"])
-        self.assertRegex(run.stdout, rf"\nusb +D1 +{USB}D1 .*\ncamera +C1 +- +C1\ncamera +C2 +- +C2\n$")
+        self.write({"camera": b"P: /devices/usb1/1-9\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: ID_GPHOTO2=1\n"})
+        run = self.run_command("devices", before=["umockdev-run", "--device", MOCK_DEVICES,
+                                                  "--device", "camera", "--"])
+        self.assertRegex(run.stdout, rf"\nusb +D1 +{USB}D1 .*\ncamera +C1 +- +C1\ncamera +C2 +- +C2\n"
+                         r"camera +- +- +-\n$")
 
     def test_cache_is_told_where_a_picture_lies(self):
         self.settings["env"]["ZEL_LOG_LEVEL"] = "info"
@@ -123,6 +126,7 @@ class CommandTest(CommandTestCase):
         for options, place in places.items():
             log = self.run_command(f"{SAVE} p.png {options}").stderr
             self.assertEqual(re.findall(r"str(?:MountPath|Url)\[(.*?)\]", log), [place])
+            self.assertRegex(log, r"zel_thumbnail_flash_cache_clear\S*\n$")
 
     def hold_other_locks(self):
         """This process gets locks on a folder, which come first in the kernel's table."""
