@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """What `check` finds in a cache, and what --repair makes of it."""
+import fcntl
 import os
 import random
 import re
@@ -8,7 +9,7 @@ import shutil
 import subprocess
 import unittest
 
-from command_fixture import COMMAND, PATIENCE, CommandTestCase, jpeg, png
+from command_fixture import COMMAND, PATIENCE, WITHOUT_PRIVILEGES, CommandTestCase, jpeg, png
 
 MIB = 1 << 20
 
@@ -214,10 +215,12 @@ class CheckTest(CommandTestCase):
             with self.subTest(name):
                 self.make_cache()
                 self.cache.replace("a.jpg", make)
-                self.cache.put("notes", b"")
-                self.check_findings([f"/a.jpg: .*{pattern}", "/notes: no image of the cache"])
+                for other in ".jpg", "notes":
+                    self.cache.put(other, b"")
+                self.check_findings([f"/a.jpg: .*{pattern}", r"/\.jpg: no image of the cache",
+                                     "/notes: no image of the cache"])
                 self.check_repair(NO_A)
-                self.assertEqual(self.cache.there(), ALL + ["notes"])
+                self.assertEqual(self.cache.there(), [".jpg", *ALL, "notes"])
                 for options in (), ("--repair",):
                     self.assertRegex(self.check(0, *options), "/a.jpg: no image of the cache\n")
                 self.assertTrue(self.cache.outside.exists())
@@ -247,6 +250,15 @@ class CheckTest(CommandTestCase):
         self.assertIn("i cannot be rewritten", run.stderr)
         self.assertEqual(self.files(), before)
 
+    def test_image_that_cannot_be_read_keeps_its_record(self):
+        self.make_cache()
+        (self.cache.images / "a.jpg").chmod(0)
+        for options in "", "--repair":
+            run = self.run_command(f"check i {options}", before=WITHOUT_PRIVILEGES)
+            self.assertEqual(run.returncode, 4)
+            self.assertIn("/a.jpg: the image cannot be read: Permission denied\n", run.stdout)
+        self.assertEqual(self.cache.recorded(), ALL)
+
     def test_image_that_cannot_be_removed_stays_and_is_told(self):
         self.make_cache()
         self.cache.put("x.jpg", b"")
@@ -270,9 +282,9 @@ class CheckTest(CommandTestCase):
             DAMAGES[name][0](self.cache)
         self.assertRegex(self.check(4), "(?s)belongs to no record.*more than the cache can count")
 
-    def test_unfinished_index_is_found_through_a_link(self):
+    def test_unfinished_index_is_found_through_a_link_and_as_one(self):
         self.make_cache()
-        self.write({"i.new": b""})
+        (self.folder / "i.new").symlink_to("gone")
         (self.folder / "sub").mkdir()
         (self.folder / "sub/i").symlink_to("../i")
         run = self.run_command("check sub/i")
@@ -310,6 +322,9 @@ class CheckTest(CommandTestCase):
         self.assertRegex(run.stderr, "i: in use by .* of a moment")
         watch.terminate()
         self.assertEqual(watch.wait(), 0)
+        self.addCleanup(os.close, folder := os.open(self.folder, os.O_RDONLY))
+        fcntl.flock(folder, fcntl.LOCK_SH)  # as another check does
+        self.check(0)
 
     def test_what_cannot_be_checked(self):
         self.make_cache()
@@ -317,6 +332,7 @@ class CheckTest(CommandTestCase):
         self.check_refusal("check table", 8, "table")
         os.mkfifo(self.folder / "pipe")
         self.check_refusal("check pipe", 8, "pipe is not a regular file")
+        self.check_refusal("check /proc/self/mem", 8, "/proc/self/mem: Input/output error")
         self.check_refusal("check i --repair=x", 2, "--repair")
         with open("/dev/full", "w", encoding="utf-8") as full:
             self.assertEqual(self.run_command("check i", stdout=full).returncode, 8)

@@ -49,7 +49,8 @@ UNUSABLE = {  # by command line: the path that the message names
     "watch --index no/i": "no/i does not exist",
     "save --index i --cache p.png/c --device D1 p.png": "p.png/c", "watch --index table": "table",
     "watch --index i --cache p.png/c": "p.png/c", "list gone": "gone", "stats gone": "gone",
-    "sheet gone": "gone", "list table": "table", "list no\x1b[31m": "no?[31m"}
+    "sheet gone": "gone", "list table": "table", "list no\x1b[31m": "no?[31m",
+    "list /proc/self/mem": "/proc/self/mem: Input/output error"}
 
 
 class CommandTest(CommandTestCase):
@@ -57,6 +58,8 @@ class CommandTest(CommandTestCase):
         for status, lines in ((1, UNUSABLE), (2, WRONG)):
             for line, culprit in lines.items():
                 self.check_refusal(line, status, re.escape(culprit))
+        for line in f"{SAVE} p.png --index", f"{SAVE} p.png --cache", "sheet i --output":
+            self.assertEqual(self.run_command(line, "").returncode, 2, line)
 
     def test_only_an_unknown_verb_is_answered_with_the_known_ones(self):
         for line, is_told in {"": True, "frob": True, "list": False, "save p.png": False}.items():
@@ -113,11 +116,12 @@ class CommandTest(CommandTestCase):
 
     @unittest.skipIf(RESERVES_MEMORY, "the library of the mock devices has to be loaded first")
     def test_cameras_are_devices(self):
-        self.write({"camera": b"P: /devices/usb1/1-9\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nE: ID_GPHOTO2=1\n"})
+        self.write({"camera": b"P: /devices/usb1/1-9\nE: SUBSYSTEM=usb\n"
+                              b"E: DEVTYPE=usb_device\nE: ID_GPHOTO2=1\n"})
         run = self.run_command("devices", before=["umockdev-run", "--device", MOCK_DEVICES,
                                                   "--device", "camera", "--"])
-        self.assertRegex(run.stdout, rf"\nusb +D1 +{USB}D1 .*\ncamera +C1 +- +C1\ncamera +C2 +- +C2\n"
-                         r"camera +- +- +-\n$")
+        self.assertRegex(run.stdout, rf"\nusb +D1 +{USB}D1 .*\ncamera +C1 +- +C1\n"
+                         r"camera +C2 +- +C2\ncamera +- +- +-\n$")
 
     def test_cache_is_told_where_a_picture_lies(self):
         self.settings["env"]["ZEL_LOG_LEVEL"] = "info"
