@@ -18,6 +18,7 @@ import zlib
 COMMAND = shlex.split(os.environ["ZEL_COMMAND"])
 RESERVES_MEMORY = bool(os.environ.get("ZEL_RESERVES_MEMORY"))  # as sanitizers and emulators do
 PATIENCE = 300 if RESERVES_MEMORY else 120  # seconds that a run may take
+WITHOUT_PRIVILEGES = ["setpriv", "--bounding-set=-all"] if os.geteuid() == 0 else []
 USB = "/opt/storage/usb/"
 RED, GREEN, BLUE, YELLOW = COLOURS = (255, 0, 0), (0, 255, 0), (0, 0, 255), (255, 255, 0)
 SAVE = "save --index i --cache c --device D1 --size 100"

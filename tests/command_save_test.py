@@ -104,7 +104,7 @@ class PictureTest(SaveTestCase):
         names = {  # by picture: what is left of it
             'a"b>c.png': "a_b_c", "line\nfeed\x1b[31m.png": "line_feed_[31m",
             "n" * 251 + ".png": "n" * 240, "ä" * 125 + ".png": "ä" * 120,
-            "x" + "ä" * 125 + ".png": "x" + "ä" * 119, "\udcff.png": "\udcff"}
+            "x" + "ä" * 125 + ".png": "x" + "ä" * 119, "\udcff.png": "\udcff", "\x7f.png": "_"}
         self.write({f"odd/{name}": png(6, 4) for name in names})
         for state in "saved", "kept":
             run = self.run_command(SAVE, "odd")
@@ -218,6 +218,7 @@ class FolderTest(SaveTestCase):
     def test_folder_of_the_cache_is_left_out(self):
         self.check_states(". --size 99", {"./large.png": "saved", "./p.png": "saved"})
         self.check_states(". --size 99", {"./large.png": "kept", "./p.png": "kept"})
+        self.check_states("c/../c", {})
 
     def test_folder_without_pictures_is_no_failure(self):
         (self.folder / "empty").mkdir()
@@ -330,8 +331,8 @@ class RunTest(SaveTestCase):
     @unittest.skipIf(RESERVES_MEMORY, "a sanitizer or an emulator has threads of its own")
     def test_as_many_threads_decode_as_asked_for(self):
         self.write_many("f")
-        for jobs in 1, 3:
-            save = self.start([*COMMAND, *SAVE.split(), "f", f"--jobs={jobs}"])
+        for option, jobs in ("--jobs=1", 1), ("--jobs=3", 3), ("--", len(os.sched_getaffinity(0))):
+            save = self.start([*COMMAND, *SAVE.split(), option, "f"])
             self.wait_until(lambda: self.thumbnails("D1"), save)
             self.wait_until(lambda: len(os.listdir(f"/proc/{save.pid}/task")) == 1 + jobs, save)
             save.kill()

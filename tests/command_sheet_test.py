@@ -22,6 +22,7 @@ class Page(html.parser.HTMLParser):
         super().__init__()
         self.images, self.names, self.absent, self.open = [], [], [], []
         self.tags, self.links, self.facts, self.summary, self.bar = set(), [], [], [], []
+        self.titles, self.paths = [], []
         self.feed(text)
         self.close()
         assert not self.open, self.open
@@ -33,6 +34,8 @@ class Page(html.parser.HTMLParser):
             self.open.append((tag, attributes))
         if "width:" in attributes.get("style", ""):
             self.bar.append(attributes["style"].split("width:")[1])
+        if tag == "figure":
+            self.titles.append(attributes["title"])
         if tag == "img":
             self.images.append(attributes)
         self.links += [attributes[key] for key in ("src", "href") if key in attributes]
@@ -44,6 +47,8 @@ class Page(html.parser.HTMLParser):
         classes = [attributes.get("class") for _, attributes in self.open]
         if classes[-1:] == ["name"]:
             self.names.append(data)
+        if classes[-1:] == ["path"]:
+            self.paths.append(data)
         if classes[-1:] == ["facts"]:
             self.facts.append(data)
         if self.open and self.open[-1][0] in ("dt", "dd"):
@@ -162,6 +167,8 @@ class SheetTest(CommandTestCase):
             self.assertEqual(urllib.parse.urlsplit(image["src"])[:2], ("", ""))
         shown = [name.translate({0x1b: "\ufffd", 10: "\ufffd", 0xdcff: "\ufffd"}) for name in names]
         self.assertEqual(page.names, shown)
+        self.assertEqual(page.titles, [f"{path}/{name}" for name in shown])
+        self.assertEqual(page.paths, ["<u>", path])
 
     def test_page_is_replaced_as_a_whole_or_not_at_all(self):
         self.write({"page.html": b"old"})
