@@ -65,6 +65,8 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
     "image without its picture": (lambda c: c.cut("a.jpg", 30), "/a.jpg: .*cut short", NO_A),
     "image without a scan": (lambda c: c.put("a.jpg", SMALL[:SMALL.index(b"\xff\xda")] + b"\xff\xd9"),
                              "/a.jpg: .*cut short", NO_A),
+    "image without height": (lambda c: c.put("a.jpg", SMALL.replace(b"\x08\0\4", b"\x08\0\0")),
+                             "/a.jpg: .*cut short", NO_A),
     "image without two bytes": (lambda c: c.cut("a.jpg", 3), "/a.jpg: .*cut short", NO_A),
     "wrong size": (lambda c: c.edit(rb'(/a.jpg",Size=)\d+', rb"\g<1>7"),
                    r"/a.jpg: the image has \d+ bytes, its record says 7$", ALL),

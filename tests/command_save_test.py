@@ -13,8 +13,8 @@ import subprocess
 import time
 import unittest
 
-from command_fixture import (BLUE, COLOURS, COMMAND, GREEN, RED, RESERVES_MEMORY, SAVE, USB, YELLOW,
-                             CommandTestCase, corners, decode, jpeg, png, table)
+from command_fixture import (BLUE, COLOURS, COMMAND, GREEN, RED, RESERVES_MEMORY, SAVE, USB,
+                             WITHOUT_PRIVILEGES, YELLOW, CommandTestCase, corners, decode, jpeg, png, table)
 
 
 class SaveTestCase(CommandTestCase):
@@ -45,6 +45,8 @@ class PictureTest(SaveTestCase):
             "line.png": (png(1000, 2, bytes(RED) * 2000), (100, 1), [RED] * 4),
             "clear.png": (png(60, 40, corners(60, 40, clear)), (60, 40), over_white),
             "scalable.svg": (svg, (100, 67), [RED] * 4),
+            "flat.svg": (svg.replace(b"30000", b"60000").replace(b"20000", b"90"),
+                         (100, 1), [(255, 217, 217)] * 4),  # less than a pixel high
             "large.jpg": (jpeg(300, 170, 6), (57, 100), (BLUE, RED, YELLOW, GREEN)),
             **{f"turned{i}.jpg": (jpeg(60, 40, i), (60, 40) if i < 5 else (40, 60),
                                   [COLOURS[int(corner)] for corner in turn])
@@ -243,6 +245,14 @@ class FolderTest(SaveTestCase):
         run = self.run_command(SAVE, "f")
         self.assertEqual(run.returncode, 1)
         self.assertRegex(run.stderr, "^zel-thumbnail-cache: f/n.*: File name too long\n$")
+        self.assertIn("\n1 saved, 0 kept, 1 failed", run.stdout)
+
+    def test_folder_without_permission_is_a_failure(self):
+        self.write({"f/p.png": png(6, 4), "f/closed/p.png": png(6, 4)})
+        (self.folder / "f/closed").chmod(0)
+        run = self.run_command(SAVE, "f", before=WITHOUT_PRIVILEGES)
+        self.assertEqual(run.returncode, 1)
+        self.assertEqual(run.stderr, "zel-thumbnail-cache: f/closed: Permission denied\n")
         self.assertIn("\n1 saved, 0 kept, 1 failed", run.stdout)
 
     def test_mounted_file_systems_below_a_folder_are_left_out(self):

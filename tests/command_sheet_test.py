@@ -5,6 +5,7 @@ import html.parser
 import os
 import pathlib
 import re
+import resource
 import shutil
 import unittest
 import urllib.parse
@@ -133,11 +134,12 @@ class SheetTest(CommandTestCase):
 
     def test_what_is_missing_shows_as_such(self):
         (self.images / "a.jpg").unlink()
-        (self.images / "b.jpg").write_bytes(b"text")
-        page = Page(self.sheet())
-        self.assertEqual(page.images, [])
-        self.assertEqual(page.names, ["a.jpg", "b.jpg"])
-        self.assertEqual(page.absent, ["missing", "no image"])
+        for other in b"text", jpeg(6, 4).replace(b"\x08\0\4", b"\x08\0\0"):  # 0 pixels high
+            (self.images / "b.jpg").write_bytes(other)
+            page = Page(self.sheet())
+            self.assertEqual(page.images, [])
+            self.assertEqual(page.names, ["a.jpg", "b.jpg"])
+            self.assertEqual(page.absent, ["missing", "no image"])
         shutil.rmtree(self.images)
         self.assertEqual(Page(self.sheet()).absent, ["missing", "missing"])
 
@@ -173,6 +175,10 @@ class SheetTest(CommandTestCase):
     def test_page_is_replaced_as_a_whole_or_not_at_all(self):
         self.write({"page.html": b"old"})
         self.assertEqual(self.run_command("sheet gone --output page.html").returncode, 1)
+        run = self.run_command("sheet i --output page.html", restore_signals=False,
+                               preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (9, 9)))
+        self.assertEqual(run.returncode, 1)
+        self.assertIn("page.html: File too large", run.stderr)
         self.assertEqual((self.folder / "page.html").read_bytes(), b"old")
         self.sheet("--output page.html")
         self.assertTrue((self.folder / "page.html").read_text("utf-8").endswith("</html>\n"))
