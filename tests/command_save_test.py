@@ -322,21 +322,34 @@ class RunTest(SaveTestCase):
             self.assertEqual(len(self.listed()), int(done))
             self.assertRegex(output, rf"(?m)^{int(done) - kept} saved, {kept} kept, 0 failed")
 
-    def test_second_signal_ends_it_at_once(self):
+    def full_pipe(self):
+        """The end of a pipe that stops who writes to it."""
         reader, writer = os.pipe()
         self.addCleanup(os.close, reader)
+        self.addCleanup(os.close, writer)
         os.set_blocking(writer, False)
-        with contextlib.suppress(BlockingIOError):  # it is full, and stops who reports a failure
+        with contextlib.suppress(BlockingIOError):
             while True:
                 os.write(writer, bytes(4096))
         os.set_blocking(writer, True)
-        save = self.start([*COMMAND, *SAVE.split(), "p.png", "missing.png"], stderr=writer)
-        os.close(writer)
+        return writer
+
+    def check_signal_ends_it(self, save, number):
         self.wait_until(lambda: self.thumbnails("D1"), save)
         while save.poll() is None:
-            save.send_signal(signal.SIGINT)
+            save.send_signal(number)
             time.sleep(0.01)
-        self.assertEqual(save.returncode, -signal.SIGINT)
+        self.assertEqual(save.returncode, -number)
+
+    def test_second_signal_ends_it_at_once(self):
+        save = self.start([*COMMAND, *SAVE.split(), "p.png", "missing.png"],
+                          stderr=self.full_pipe())
+        self.check_signal_ends_it(save, signal.SIGINT)
+
+    def test_signal_ends_it_when_the_pictures_are_done(self):
+        save = self.start(["sh", "-c", 'trap "" INT; exec "$@" >&0', "sh", *COMMAND, *SAVE.split(),
+                           "p.png"], stdin=self.full_pipe())
+        self.check_signal_ends_it(save, signal.SIGTERM)
 
     @unittest.skipIf(RESERVES_MEMORY, "a sanitizer or an emulator has threads of its own")
     def test_as_many_threads_decode_as_asked_for(self):

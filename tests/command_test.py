@@ -47,9 +47,10 @@ RIGHT = {  # by command line: what the output holds
 UNUSABLE = {  # by command line: the path that the message names
     "save --index no/i --cache new --device D1 p.png": "no/i does not exist",
     "watch --index no/i": "no/i does not exist",
-    "save --index i --cache p.png/c --device D1 p.png": "p.png/c", "watch --index table": "table",
-    "watch --index i --cache p.png/c": "p.png/c", "list gone": "gone", "stats gone": "gone",
-    "sheet gone": "gone", "list table": "table", "list no\x1b[31m": "no?[31m",
+    "save --index i --cache p.png/c --device D1 p.png": "the folder p.png/c: Not a directory",
+    "watch --index i --cache p.png/c": "the folder p.png/c: Not a directory",
+    "watch --index table": "table", "list gone": "gone", "stats gone": "gone", "sheet gone": "gone",
+    "list table": "table", "list no\x1b[31m": "no?[31m",
     "list /proc/self/mem": "/proc/self/mem: Input/output error"}
 
 

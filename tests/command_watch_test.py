@@ -158,11 +158,15 @@ class SavingWatchTest(CommandTestCase):
         big = self.folder / kept[0]
         with open(big, "ab") as file:
             file.truncate(104857600 - 10000)
-        self.write({"usb/D1/older.png": png(90, 90)})
+        self.write({"usb/D1/older.png": png(50, 50), "usb/D1/small.png": png(6, 4)})
         os.utime(self.folder / "usb/D1", ns=(0, 0))
         self.start_saving()
         self.check_lines(f"saved 0 thumbnails of {USB}D1; the cache is full")
         self.assertEqual(self.listed(), kept)
+        self.attach()
+        self.check_lines(f"removed {USB}D1")
+        self.attach("D1")
+        self.check_lines(f"connected {USB}D1", f"saved 5 thumbnails of {USB}D1")
 
     def test_names_reach_the_output_without_control_characters(self):
         self.write({"usb/E\x1b[31m/a\nb\x1b[31m.png": png(6, 4)})
