@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """What `check` finds in a cache, and what --repair makes of it."""
+import fcntl
 import os
 import random
 import re
@@ -8,7 +9,7 @@ import shutil
 import subprocess
 import unittest
 
-from command_fixture import COMMAND, PATIENCE, CommandTestCase, jpeg, png
+from command_fixture import COMMAND, PATIENCE, WITHOUT_PRIVILEGES, CommandTestCase, jpeg, png
 
 MIB = 1 << 20
 
@@ -64,6 +65,8 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
     "image without its picture": (lambda c: c.cut("a.jpg", 30), "/a.jpg: .*cut short", NO_A),
     "image without a scan": (lambda c: c.put("a.jpg", SMALL[:SMALL.index(b"\xff\xda")] + b"\xff\xd9"),
                              "/a.jpg: .*cut short", NO_A),
+    "image without height": (lambda c: c.put("a.jpg", SMALL.replace(b"\x08\0\4", b"\x08\0\0")),
+                             "/a.jpg: .*cut short", NO_A),
     "image without two bytes": (lambda c: c.cut("a.jpg", 3), "/a.jpg: .*cut short", NO_A),
     "wrong size": (lambda c: c.edit(rb'(/a.jpg",Size=)\d+', rb"\g<1>7"),
                    r"/a.jpg: the image has \d+ bytes, its record says 7$", ALL),
@@ -92,7 +95,7 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
                                "i: at byte .*, 9 bytes: .*does not load: type 7 is unknown", ALL),
     "folder record that does not load": (lambda c: c.append(b'<Type=1,Sid="D1">\r\n'),
                                          "i: at byte .*does not load: parse", ALL),
-    "record without a size": (lambda c: c.edit(rb'(a.jpg",)Size=\d+', rb"\g<1>Size="),
+    "record without a size": (lambda c: c.edit(rb'(a.jpg",)Size=', rb"\g<1>"),
                               "i: at byte .*does not load: parse Size failed$", NO_A),
     "sizes beyond counting": (lambda c: c.edit(rb'(a.jpg",Size=)\d+', rb"\g<1>2147483647"),
                               "i: at byte .*does not load: its size, 2147483647, is more", NO_A),
@@ -108,7 +111,9 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
                                "/D1: a folder record of the id D2,", ALL),
     "missing folder": (lambda c: shutil.rmtree(c.images), "/D1: .*folder that is missing", []),
     "image of another folder": (lambda c: c.edit(rb'URL="[^"]*/a.jpg', b'URL="%b' % bytes(c.outside)),
-                                "outside.jpg: .*not in its folder", NO_A)}
+                                "outside.jpg: .*not in its folder", NO_A),
+    "image by a roundabout path": (lambda c: c.edit(b"D1/a.jpg", b"D1/../D1/a.jpg"),
+                                   r"D1/\.\./D1/a.jpg: .*not in its folder", NO_A)}
 STAYING = {  # what takes the place of a.jpg and is no image of the cache
     "text": (lambda file: file.write_text("text"), "not a JPEG"),
     "folder": (lambda file: file.mkdir(), "not a regular file"),
@@ -212,10 +217,12 @@ class CheckTest(CommandTestCase):
             with self.subTest(name):
                 self.make_cache()
                 self.cache.replace("a.jpg", make)
-                self.cache.put("notes", b"")
-                self.check_findings([f"/a.jpg: .*{pattern}", "/notes: no image of the cache"])
+                for other in ".jpg", "notes":
+                    self.cache.put(other, b"")
+                self.check_findings([f"/a.jpg: .*{pattern}", r"/\.jpg: no image of the cache",
+                                     "/notes: no image of the cache"])
                 self.check_repair(NO_A)
-                self.assertEqual(self.cache.there(), ALL + ["notes"])
+                self.assertEqual(self.cache.there(), [".jpg", *ALL, "notes"])
                 for options in (), ("--repair",):
                     self.assertRegex(self.check(0, *options), "/a.jpg: no image of the cache\n")
                 self.assertTrue(self.cache.outside.exists())
@@ -245,6 +252,24 @@ class CheckTest(CommandTestCase):
         self.assertIn("i cannot be rewritten", run.stderr)
         self.assertEqual(self.files(), before)
 
+    def test_image_that_cannot_be_read_keeps_its_record(self):
+        self.make_cache()
+        (self.cache.images / "a.jpg").chmod(0)
+        for options in "", "--repair":
+            run = self.run_command(f"check i {options}", before=WITHOUT_PRIVILEGES)
+            self.assertEqual(run.returncode, 4)
+            self.assertIn("/a.jpg: the image cannot be read: Permission denied\n", run.stdout)
+        self.assertEqual(self.cache.recorded(), ALL)
+
+    def test_image_that_cannot_be_removed_stays_and_is_told(self):
+        self.make_cache()
+        self.cache.put("x.jpg", b"")
+        run = self.run_command("check i --repair", before=self.with_mounts(
+            "mount --bind c/D1 c/D1 && mount -o remount,bind,ro c/D1"))
+        self.assertEqual(run.returncode, 4)
+        self.assertRegex(run.stderr, "/x.jpg: it cannot be removed: Read-only file system\n$")
+        self.assertRegex(run.stdout, "i: not mended:\n.*/x.jpg: an image that no record names\n$")
+
     def test_folder_of_a_camera_gets_the_record_of_one(self):
         self.make_cache()
         self.cache.edit(FOLDER, b"")
@@ -259,9 +284,9 @@ class CheckTest(CommandTestCase):
             DAMAGES[name][0](self.cache)
         self.assertRegex(self.check(4), "(?s)belongs to no record.*more than the cache can count")
 
-    def test_unfinished_index_is_found_through_a_link(self):
+    def test_unfinished_index_is_found_through_a_link_and_as_one(self):
         self.make_cache()
-        self.write({"i.new": b""})
+        (self.folder / "i.new").symlink_to("gone")
         (self.folder / "sub").mkdir()
         (self.folder / "sub/i").symlink_to("../i")
         run = self.run_command("check sub/i")
@@ -299,6 +324,9 @@ class CheckTest(CommandTestCase):
         self.assertRegex(run.stderr, "i: in use by .* of a moment")
         watch.terminate()
         self.assertEqual(watch.wait(), 0)
+        self.addCleanup(os.close, folder := os.open(self.folder, os.O_RDONLY))
+        fcntl.flock(folder, fcntl.LOCK_SH)  # as another check does
+        self.check(0)
 
     def test_what_cannot_be_checked(self):
         self.make_cache()
@@ -306,6 +334,7 @@ class CheckTest(CommandTestCase):
         self.check_refusal("check table", 8, "table")
         os.mkfifo(self.folder / "pipe")
         self.check_refusal("check pipe", 8, "pipe is not a regular file")
+        self.check_refusal("check /proc/self/mem", 8, "/proc/self/mem: Input/output error")
         self.check_refusal("check i --repair=x", 2, "--repair")
         with open("/dev/full", "w", encoding="utf-8") as full:
             self.assertEqual(self.run_command("check i", stdout=full).returncode, 8)

@@ -18,6 +18,7 @@ import zlib
 COMMAND = shlex.split(os.environ["ZEL_COMMAND"])
 RESERVES_MEMORY = bool(os.environ.get("ZEL_RESERVES_MEMORY"))  # as sanitizers and emulators do
 PATIENCE = 300 if RESERVES_MEMORY else 120  # seconds that a run may take
+WITHOUT_PRIVILEGES = ["setpriv", "--bounding-set=-all"] if os.geteuid() == 0 else []
 USB = "/opt/storage/usb/"
 RED, GREEN, BLUE, YELLOW = COLOURS = (255, 0, 0), (0, 255, 0), (0, 0, 255), (255, 255, 0)
 SAVE = "save --index i --cache c --device D1 --size 100"
@@ -115,16 +116,19 @@ class CommandTestCase(unittest.TestCase):
         self.assertEqual(watch.stdout.readline(), "ready\n")
         return watch
 
-    def with_sticks(self):
-        """The words before a command that sees the folder usb as /opt/storage/usb."""
-        (self.folder / "usb").mkdir(exist_ok=True)
-        self.write({"see-sticks": b"""mount -t tmpfs none /opt && mkdir -p /opt/storage/usb &&
-            mount --bind usb /opt/storage/usb && exec "$@\""""})
-        words = ["unshare", "--map-root-user", "--mount", "sh", "see-sticks"]
+    def with_mounts(self, script):
+        """The words before a command that sees what a script mounts, as nobody else does."""
+        words = ["unshare", "--map-root-user", "--mount", "sh", "-c", script + ' && exec "$@"', "sh"]
         if subprocess.run([*words, "true"], check=False, capture_output=True,
                           **self.settings).returncode != 0:
             self.skipTest("not checked, since nothing may be mounted here")
         return words
+
+    def with_sticks(self):
+        """The words before a command that sees the folder usb as /opt/storage/usb."""
+        (self.folder / "usb").mkdir(exist_ok=True)
+        return self.with_mounts("mount -t tmpfs none /opt && mkdir -p /opt/storage/usb && "
+                                "mount --bind usb /opt/storage/usb")
 
     def write_many(self, folder, count=2000):
         """So many pictures in a folder that a command works on them for seconds."""

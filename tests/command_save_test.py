@@ -6,15 +6,15 @@ import pty
 import random
 import re
 import resource
+import shutil
 import signal
 import struct
 import subprocess
+import time
 import unittest
 
-from command_fixture import (BLUE, COLOURS, COMMAND, GREEN, RED, SAVE, USB, YELLOW, CommandTestCase,
-                             corners, decode, jpeg, png, table)
-
-MANY = 50  # pictures, more than a screenful
+from command_fixture import (BLUE, COLOURS, COMMAND, GREEN, RED, RESERVES_MEMORY, SAVE, USB,
+                             WITHOUT_PRIVILEGES, YELLOW, CommandTestCase, corners, decode, jpeg, png, table)
 
 
 class SaveTestCase(CommandTestCase):
@@ -45,6 +45,8 @@ class PictureTest(SaveTestCase):
             "line.png": (png(1000, 2, bytes(RED) * 2000), (100, 1), [RED] * 4),
             "clear.png": (png(60, 40, corners(60, 40, clear)), (60, 40), over_white),
             "scalable.svg": (svg, (100, 67), [RED] * 4),
+            "flat.svg": (svg.replace(b"30000", b"60000").replace(b"20000", b"90"),
+                         (100, 1), [(255, 217, 217)] * 4),  # less than a pixel high
             "large.jpg": (jpeg(300, 170, 6), (57, 100), (BLUE, RED, YELLOW, GREEN)),
             **{f"turned{i}.jpg": (jpeg(60, 40, i), (60, 40) if i < 5 else (40, 60),
                                   [COLOURS[int(corner)] for corner in turn])
@@ -76,7 +78,7 @@ class PictureTest(SaveTestCase):
         own.hardlink_to(self.folder / "own.png")
         os.mkfifo(self.folder / "fifo.png")
         cases = {  # by name: what it holds, and the reason given
-            "missing.png": (None, "No such file"), "fifo.png": (None, "regular"),
+            "missing.png": (None, "^No such file or directory$"), "fifo.png": (None, "regular"),
             "text.png": (b"text", "."), "cut.png": (noise[:-99], "."),
             "cut-large.png": (png(300, 300)[:-99], "."),
             "blocked.png": (None, "not empty"), "own.png": (None, "replace"),
@@ -104,7 +106,7 @@ class PictureTest(SaveTestCase):
         names = {  # by picture: what is left of it
             'a"b>c.png': "a_b_c", "line\nfeed\x1b[31m.png": "line_feed_[31m",
             "n" * 251 + ".png": "n" * 240, "ä" * 125 + ".png": "ä" * 120,
-            "x" + "ä" * 125 + ".png": "x" + "ä" * 119, "\udcff.png": "\udcff"}
+            "x" + "ä" * 125 + ".png": "x" + "ä" * 119, "\udcff.png": "\udcff", "\x7f.png": "_"}
         self.write({f"odd/{name}": png(6, 4) for name in names})
         for state in "saved", "kept":
             run = self.run_command(SAVE, "odd")
@@ -218,6 +220,7 @@ class FolderTest(SaveTestCase):
     def test_folder_of_the_cache_is_left_out(self):
         self.check_states(". --size 99", {"./large.png": "saved", "./p.png": "saved"})
         self.check_states(". --size 99", {"./large.png": "kept", "./p.png": "kept"})
+        self.check_states("c/../c", {})
 
     def test_folder_without_pictures_is_no_failure(self):
         (self.folder / "empty").mkdir()
@@ -242,6 +245,14 @@ class FolderTest(SaveTestCase):
         run = self.run_command(SAVE, "f")
         self.assertEqual(run.returncode, 1)
         self.assertRegex(run.stderr, "^zel-thumbnail-cache: f/n.*: File name too long\n$")
+        self.assertIn("\n1 saved, 0 kept, 1 failed", run.stdout)
+
+    def test_folder_without_permission_is_a_failure(self):
+        self.write({"f/p.png": png(6, 4), "f/closed/p.png": png(6, 4)})
+        (self.folder / "f/closed").chmod(0)
+        run = self.run_command(SAVE, "f", before=WITHOUT_PRIVILEGES)
+        self.assertEqual(run.returncode, 1)
+        self.assertEqual(run.stderr, "zel-thumbnail-cache: f/closed: Permission denied\n")
         self.assertIn("\n1 saved, 0 kept, 1 failed", run.stdout)
 
     def test_mounted_file_systems_below_a_folder_are_left_out(self):
@@ -278,8 +289,8 @@ class FolderTest(SaveTestCase):
 
 class RunTest(SaveTestCase):
     def test_results_come_in_the_order_given_however_many_are_decoded_at_once(self):
-        self.write({f"{i}.jpg": jpeg(*((2000, 1500) if i % 3 == 0 else (8, 8))) for i in range(MANY)})
-        names = [f"{i}.jpg" for i in random.Random(1).sample(range(MANY), MANY)]
+        self.write({f"{i}.jpg": jpeg(*((2000, 1500) if i % 3 == 0 else (8, 8))) for i in range(50)})
+        names = [f"{i}.jpg" for i in random.Random(1).sample(range(50), 50)]
         for jobs in "1", "4", "200":
             with self.subTest(jobs):
                 rows = self.save("--jobs", jobs, *names)
@@ -288,12 +299,13 @@ class RunTest(SaveTestCase):
             (self.folder / "i").unlink()
 
     def test_more_than_a_screenful_is_summed_up(self):
-        self.write({f"f/{i}.png": png(6, 4) for i in range(MANY)})
-        run = self.run_command(SAVE, "f")
-        self.assertRegex(run.stdout, rf"^{MANY} saved, 0 kept, 0 failed, 0 evicted in .* seconds\n"
-                         rf"{MANY} thumbnails, \d+ bytes.*\n$")
-        run = self.run_command(f"{SAVE} --verbose", "f")
-        self.assertEqual(run.stdout.count(" kept\n"), MANY)
+        names = [f"{i}.png" for i in range(21)]
+        self.write(dict.fromkeys(names, png(6, 4)))
+        run = self.run_command(SAVE, *names)
+        self.assertRegex(run.stdout, r"^21 saved, 0 kept, 0 failed, 0 evicted in .* seconds\n"
+                         r"21 thumbnails, \d+ bytes.*\n$")
+        for words, count in (names[1:], 20), (["--verbose", *names], 21):
+            self.assertEqual(self.run_command(SAVE, *words).stdout.count(" kept\n"), count)
 
     def test_interrupted_run_says_how_far_it_came_and_goes_on_later(self):
         self.write_many("f")
@@ -309,6 +321,56 @@ class RunTest(SaveTestCase):
                                errors)
             self.assertEqual(len(self.listed()), int(done))
             self.assertRegex(output, rf"(?m)^{int(done) - kept} saved, {kept} kept, 0 failed")
+
+    def full_pipe(self):
+        """The end of a pipe that stops who writes to it."""
+        reader, writer = os.pipe()
+        self.addCleanup(os.close, reader)
+        self.addCleanup(os.close, writer)
+        os.set_blocking(writer, False)
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                os.write(writer, bytes(4096))
+        os.set_blocking(writer, True)
+        return writer
+
+    def check_signal_ends_it(self, save, number):
+        self.wait_until(lambda: self.thumbnails("D1"), save)
+        while save.poll() is None:
+            save.send_signal(number)
+            time.sleep(0.01)
+        self.assertEqual(save.returncode, -number)
+
+    def test_second_signal_ends_it_at_once(self):
+        save = self.start([*COMMAND, *SAVE.split(), "p.png", "missing.png"],
+                          stderr=self.full_pipe())
+        self.check_signal_ends_it(save, signal.SIGINT)
+
+    def test_signal_ends_it_when_the_pictures_are_done(self):
+        save = self.start(["sh", "-c", 'trap "" INT; exec "$@" >&0', "sh", *COMMAND, *SAVE.split(),
+                           "p.png"], stdin=self.full_pipe())
+        self.check_signal_ends_it(save, signal.SIGTERM)
+
+    @unittest.skipIf(RESERVES_MEMORY, "a sanitizer or an emulator has threads of its own")
+    def test_as_many_threads_decode_as_asked_for(self):
+        self.write_many("f")
+        for option, jobs in ("--jobs=1", 1), ("--jobs=3", 3), ("--", len(os.sched_getaffinity(0))):
+            save = self.start([*COMMAND, *SAVE.split(), option, "f"])
+            self.wait_until(lambda: self.thumbnails("D1"), save)
+            self.wait_until(lambda: len(os.listdir(f"/proc/{save.pid}/task")) == 1 + jobs, save)
+            save.kill()
+            save.wait()
+            shutil.rmtree(self.folder / "c")
+            (self.folder / "i").unlink()
+
+    @unittest.skipIf(RESERVES_MEMORY, "memory is not limited")
+    def test_fewer_threads_than_asked_for_do_as_well(self):
+        names = [f"{i}.png" for i in range(8)]
+        self.write(dict.fromkeys(names, png(6, 4)))
+        run = self.run_command(SAVE, "--jobs=8", *names, preexec_fn=lambda: resource.setrlimit(
+            resource.RLIMIT_STACK, (512 << 20, 512 << 20)))  # for each thread, of 2 GiB in all
+        self.assertEqual(run.stderr, "")
+        self.assertIn("\n8 saved, 0 kept, 0 failed", run.stdout)
 
     def test_signal_that_is_ignored_at_the_start_stays_ignored(self):
         self.write_many("f")

@@ -5,6 +5,7 @@ import html.parser
 import os
 import pathlib
 import re
+import resource
 import shutil
 import unittest
 import urllib.parse
@@ -22,6 +23,7 @@ class Page(html.parser.HTMLParser):
         super().__init__()
         self.images, self.names, self.absent, self.open = [], [], [], []
         self.tags, self.links, self.facts, self.summary, self.bar = set(), [], [], [], []
+        self.titles, self.paths = [], []
         self.feed(text)
         self.close()
         assert not self.open, self.open
@@ -33,6 +35,8 @@ class Page(html.parser.HTMLParser):
             self.open.append((tag, attributes))
         if "width:" in attributes.get("style", ""):
             self.bar.append(attributes["style"].split("width:")[1])
+        if tag == "figure":
+            self.titles.append(attributes["title"])
         if tag == "img":
             self.images.append(attributes)
         self.links += [attributes[key] for key in ("src", "href") if key in attributes]
@@ -44,6 +48,8 @@ class Page(html.parser.HTMLParser):
         classes = [attributes.get("class") for _, attributes in self.open]
         if classes[-1:] == ["name"]:
             self.names.append(data)
+        if classes[-1:] == ["path"]:
+            self.paths.append(data)
         if classes[-1:] == ["facts"]:
             self.facts.append(data)
         if self.open and self.open[-1][0] in ("dt", "dd"):
@@ -128,11 +134,12 @@ class SheetTest(CommandTestCase):
 
     def test_what_is_missing_shows_as_such(self):
         (self.images / "a.jpg").unlink()
-        (self.images / "b.jpg").write_bytes(b"text")
-        page = Page(self.sheet())
-        self.assertEqual(page.images, [])
-        self.assertEqual(page.names, ["a.jpg", "b.jpg"])
-        self.assertEqual(page.absent, ["missing", "no image"])
+        for other in b"text", jpeg(6, 4).replace(b"\x08\0\4", b"\x08\0\0"):  # 0 pixels high
+            (self.images / "b.jpg").write_bytes(other)
+            page = Page(self.sheet())
+            self.assertEqual(page.images, [])
+            self.assertEqual(page.names, ["a.jpg", "b.jpg"])
+            self.assertEqual(page.absent, ["missing", "no image"])
         shutil.rmtree(self.images)
         self.assertEqual(Page(self.sheet()).absent, ["missing", "missing"])
 
@@ -162,10 +169,16 @@ class SheetTest(CommandTestCase):
             self.assertEqual(urllib.parse.urlsplit(image["src"])[:2], ("", ""))
         shown = [name.translate({0x1b: "\ufffd", 10: "\ufffd", 0xdcff: "\ufffd"}) for name in names]
         self.assertEqual(page.names, shown)
+        self.assertEqual(page.titles, [f"{path}/{name}" for name in shown])
+        self.assertEqual(page.paths, ["<u>", path])
 
     def test_page_is_replaced_as_a_whole_or_not_at_all(self):
         self.write({"page.html": b"old"})
         self.assertEqual(self.run_command("sheet gone --output page.html").returncode, 1)
+        run = self.run_command("sheet i --output page.html", restore_signals=False,
+                               preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (9, 9)))
+        self.assertEqual(run.returncode, 1)
+        self.assertIn("page.html: File too large", run.stderr)
         self.assertEqual((self.folder / "page.html").read_bytes(), b"old")
         self.sheet("--output page.html")
         self.assertTrue((self.folder / "page.html").read_text("utf-8").endswith("</html>\n"))

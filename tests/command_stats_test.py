@@ -51,6 +51,18 @@ class StatsTest(CommandTestCase):
         self.assertEqual([statistics[key] for key in ("bytes", "median", "room")],
                          [130 * MIB, 70 * MIB, 0])
 
+    def test_times_are_of_the_files_that_are_there(self):
+        (self.folder / "c/D1/a.jpg").unlink()
+        device, _ = json.loads(self.run_command("stats i --json").stdout)["devices"]
+        self.assertEqual([device["oldest"], device["newest"]], ["1970-01-02T00:00:00Z"] * 2)
+
+    def test_folders_of_one_name_are_told_apart(self):
+        other = record(b"D1", b"a.jpg", 9).replace(b"c/D1", b"d/D1")
+        self.write({"i": other + record(b"D1", b"a.jpg", 7)})
+        devices = json.loads(self.run_command("list i --json").stdout)["devices"]
+        self.assertEqual([(device["path"], device["bytes"]) for device in devices],
+                         [("d/D1", 9), ("c/D1", 7)])
+
     def test_names_reach_the_output_without_control_characters(self):
         for line in "list i", "stats i":
             self.assertNotIn("\x1b", self.run_command(line).stdout)

@@ -1,12 +1,16 @@
 #!/usr/bin/env python3
 """The command as a process."""
+import fcntl
 import json
+import os
 import pathlib
 import re
 import signal
 import unittest
 
-from command_fixture import SAVE, USB, CommandTestCase, png
+from command_fixture import RESERVES_MEMORY, SAVE, USB, CommandTestCase, png
+
+MOCK_DEVICES = pathlib.Path(__file__).parent / "mock-devices.umockdev"
 
 OPTIONS = ("--index=i", "--cache=c", "--device=D1", "--mount=M1", "--size=9", "--jobs=2",
            "--camera", "--verbose", "--json")
@@ -43,9 +47,11 @@ RIGHT = {  # by command line: what the output holds
 UNUSABLE = {  # by command line: the path that the message names
     "save --index no/i --cache new --device D1 p.png": "no/i does not exist",
     "watch --index no/i": "no/i does not exist",
-    "save --index i --cache p.png/c --device D1 p.png": "p.png/c", "watch --index table": "table",
-    "watch --index i --cache p.png/c": "p.png/c", "list gone": "gone", "stats gone": "gone",
-    "sheet gone": "gone", "list table": "table", "list no\x1b[31m": "no?[31m"}
+    "save --index i --cache p.png/c --device D1 p.png": "the folder p.png/c: Not a directory",
+    "watch --index i --cache p.png/c": "the folder p.png/c: Not a directory",
+    "watch --index table": "table", "list gone": "gone", "stats gone": "gone", "sheet gone": "gone",
+    "list table": "table", "list no\x1b[31m": "no?[31m",
+    "list /proc/self/mem": "/proc/self/mem: Input/output error"}
 
 
 class CommandTest(CommandTestCase):
@@ -53,6 +59,8 @@ class CommandTest(CommandTestCase):
         for status, lines in ((1, UNUSABLE), (2, WRONG)):
             for line, culprit in lines.items():
                 self.check_refusal(line, status, re.escape(culprit))
+        for line in f"{SAVE} p.png --index", f"{SAVE} p.png --cache", "sheet i --output":
+            self.assertEqual(self.run_command(line, "").returncode, 2, line)
 
     def test_only_an_unknown_verb_is_answered_with_the_known_ones(self):
         for line, is_told in {"": True, "frob": True, "list": False, "save p.png": False}.items():
@@ -105,13 +113,42 @@ class CommandTest(CommandTestCase):
         self.assertRegex(self.run_command("devices").stdout, rf"\nusb +A B +{USB}A B +-\n"
                          rf"usb +E\?\[31m +{USB}E\?\[31m +-\n")
         (self.folder / "table/now").unlink()
-        self.check_refusal("devices", 1, "database")
+        self.check_refusal("devices", 1, "database cannot be reached")
+
+    @unittest.skipIf(RESERVES_MEMORY, "the library of the mock devices has to be loaded first")
+    def test_cameras_are_devices(self):
+        self.write({"camera": b"P: /devices/usb1/1-9\nE: SUBSYSTEM=usb\n"
+                              b"E: DEVTYPE=usb_device\nE: ID_GPHOTO2=1\n"})
+        run = self.run_command("devices", before=["umockdev-run", "--device", MOCK_DEVICES,
+                                                  "--device", "camera", "--"])
+        self.assertRegex(run.stdout, rf"\nusb +D1 +{USB}D1 .*\ncamera +C1 +- +C1\n"
+                         r"camera +C2 +- +C2\ncamera +- +- +-\n$")
+
+    def test_cache_is_told_where_a_picture_lies(self):
+        self.settings["env"]["ZEL_LOG_LEVEL"] = "info"
+        places = {"--size=1": USB + "D1", "--size=2 --mount=M1": USB + "M1",
+                  "--size=3 --camera": "ptp://D1/p.png"}
+        for options, place in places.items():
+            log = self.run_command(f"{SAVE} p.png {options}").stderr
+            self.assertEqual(re.findall(r"str(?:MountPath|Url)\[(.*?)\]", log), [place])
+            self.assertRegex(log, r"zel_thumbnail_flash_cache_clear\S*\n$")
+
+    def hold_other_locks(self):
+        """This process gets locks on a folder, which come first in the kernel's table."""
+        processors = os.sched_getaffinity(0)
+        for processor in processors:  # each has a part of the table
+            os.sched_setaffinity(0, {processor})
+            lock = os.open(self.folder / "table", os.O_RDONLY)
+            self.addCleanup(os.close, lock)
+            fcntl.flock(lock, fcntl.LOCK_SH)
+        os.sched_setaffinity(0, processors)
 
     def test_second_command_on_an_index_is_refused(self):
         (self.folder / "sub").mkdir()
         (self.folder / "sub/link").symlink_to("../i")
         for number in (signal.SIGINT, signal.SIGTERM):
             watch = self.start_watch()
+            self.hold_other_locks()
             locks = pathlib.Path("/proc/locks").read_text(encoding="utf-8")
             culprit = watch.pid if f" {watch.pid} " in locks else "another process"
             for line in ("watch --index sub/../i", "watch --index sub/link",

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Watching storages come and go, with and without saving."""
 import os
+import re
 import signal
 import unittest
 
@@ -25,6 +26,17 @@ class WatchTest(CommandTestCase):
         for names, line in (("D1", r"E\033[31m"), "connected"), (("D1",), "removed"):
             self.attach(*names)
             self.assertEqual(watch.stdout.readline(), f"{line} {USB}E?[31m\n")
+
+    def test_cache_hears_of_what_comes_and_goes(self):
+        self.settings["env"]["ZEL_LOG_LEVEL"] = "info"
+        with open(self.folder / "log", "w", encoding="utf-8") as log:
+            self.settings["stderr"] = log
+            watch = self.start_watch()
+        for names, count in (("D1", "D2"), 1), (("D1",), 2):
+            self.attach(*names)
+            watch.stdout.readline()
+            events = re.findall(r"ConnctedCallback event is", (self.folder / "log").read_text())
+            self.assertEqual(len(events), count)
 
 
 class SavingWatchTest(CommandTestCase):
@@ -146,11 +158,15 @@ class SavingWatchTest(CommandTestCase):
         big = self.folder / kept[0]
         with open(big, "ab") as file:
             file.truncate(104857600 - 10000)
-        self.write({"usb/D1/older.png": png(90, 90)})
+        self.write({"usb/D1/older.png": png(50, 50), "usb/D1/small.png": png(6, 4)})
         os.utime(self.folder / "usb/D1", ns=(0, 0))
         self.start_saving()
         self.check_lines(f"saved 0 thumbnails of {USB}D1; the cache is full")
         self.assertEqual(self.listed(), kept)
+        self.attach()
+        self.check_lines(f"removed {USB}D1")
+        self.attach("D1")
+        self.check_lines(f"connected {USB}D1", f"saved 5 thumbnails of {USB}D1")
 
     def test_names_reach_the_output_without_control_characters(self):
         self.write({"usb/E\x1b[31m/a\nb\x1b[31m.png": png(6, 4)})
@@ -159,15 +175,42 @@ class SavingWatchTest(CommandTestCase):
         self.check_lines(f"saved 1 thumbnails of {USB}E?[31m")
         self.assertEqual(self.names(), ["a_b_[31m"])
 
-    def test_what_cannot_be_read_is_reported_and_the_rest_saved(self):
-        self.write({"usb/D1/a.png": b"text", "usb/D1/b.png": png(6, 4)})
-        self.attach("D1", "missing")
+    def start_saving_and_log_errors(self):
         with open(self.folder / "errors", "w", encoding="utf-8") as errors:
             self.settings["stderr"] = errors
             self.start_saving()
+
+    def errors(self):
+        return (self.folder / "errors").read_text("utf-8").replace("zel-thumbnail-cache: ", "")
+
+    def test_cache_that_takes_nothing_is_told_with_the_first_picture(self):
+        self.write({"usb/D1/a.png": png(6, 4), "usb/D1/b.png": png(6, 4), "c/D1": b""})
+        self.start_saving_and_log_errors()
+        self.check_lines(f"saved 0 thumbnails of {USB}D1")
+        self.assertRegex(self.errors(), f"^{USB}D1/a.png: the folder {self.folder}/c/D1: .*\n$")
+
+    def test_index_that_cannot_be_read_is_told_and_the_next_stick_served(self):
+        self.write({f"usb/{stick}/p.png": png(6, 4) for stick in ("D1", "D2", "D3")})
+        self.start_saving_and_log_errors()
+        self.check_lines(f"saved 1 thumbnails of {USB}D1")
+        (self.folder / "i").rename(self.folder / "index")
+        (self.folder / "i").mkdir()
+        self.attach("D1", "D2")
+        self.check_lines(f"connected {USB}D2")
+        self.wait_until(self.errors, self.watch)
+        self.assertEqual(self.errors(), "thumbnails of storages: i: Is a directory\n")
+        (self.folder / "i").rmdir()
+        (self.folder / "index").rename(self.folder / "i")
+        self.attach("D1", "D2", "D3")
+        self.check_lines(f"connected {USB}D3", f"saved 1 thumbnails of {USB}D3",
+                         f"saved 1 thumbnails of {USB}D2")
+
+    def test_what_cannot_be_read_is_reported_and_the_rest_saved(self):
+        self.write({"usb/D1/a.png": b"text", "usb/D1/b.png": png(6, 4)})
+        self.attach("D1", "missing")
+        self.start_saving_and_log_errors()
         self.check_lines(f"saved 1 thumbnails of {USB}D1", f"saved 0 thumbnails of {USB}missing")
-        self.assertRegex((self.folder / "errors").read_text(),
-                         f"^[^\n]*{USB}D1/a.png: [^\n]*\n[^\n]*{USB}missing: No such file.*\n$")
+        self.assertRegex(self.errors(), f"^{USB}D1/a.png: [^\n]*\n{USB}missing: No such file.*\n$")
 
 
 if __name__ == "__main__":

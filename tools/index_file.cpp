@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <unordered_set>
@@ -15,9 +15,11 @@
 
 namespace {
 
+// Empty when it cannot be read, which the loader finds as well.
 std::string ReadText(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
 }
 
 // The loader's line of log without what only a log needs.

@@ -32,7 +32,7 @@ std::vector<CachedFolder> ReadIndex(const std::string& index) {
     // Never started, it loads and changes nothing. One thread uses it, so its lock is not needed.
     CZELThumbFlashCache loader;
     loader.m_strCachePath = index;
-    if (!loader.m_LoadThumbFile()) {
+    if (!loader.m_LoadThumbFile() || !loader.m_ThumbFile.IsRead()) {
         throw std::system_error(EIO, std::generic_category(), index);
     }
     std::vector<CachedFolder> folders;
