@@ -150,14 +150,15 @@ class SavingWatchTest(CommandTestCase):
         self.wait_for_thumbnails("D1", count + 1)
 
     def test_thumbnails_do_not_take_the_place_of_one_another(self):
-        self.write({f"usb/D1/{i}.png": png(6, 4) for i in range(3)})
+        self.write({f"usb/D1/{i}.png": png(60, 60) for i in range(3)})
         self.start_saving()
         self.check_lines(f"saved 3 thumbnails of {USB}D1")
         self.stop()
         kept = self.listed()
-        big = self.folder / kept[0]
-        with open(big, "ab") as file:
-            file.truncate(104857600 - 10000)
+        os.truncate(kept[0], 104857600 - 10000 - sum(map(os.path.getsize, kept[1:])))
+        self.start_saving()
+        self.check_lines(f"saved 0 thumbnails of {USB}D1")
+        self.stop()
         self.write({"usb/D1/older.png": png(50, 50), "usb/D1/small.png": png(6, 4)})
         os.utime(self.folder / "usb/D1", ns=(0, 0))
         self.start_saving()
