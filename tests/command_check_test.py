@@ -81,6 +81,9 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
     "lost end of the index": (lambda c: c.cut("../../i", -9), r"i: at byte \d+, \d+ bytes: text",
                               NO_C),
     "zeros at the end": (lambda c: c.append(bytes(99)), "i: at byte .*, 99 bytes: text that", ALL),
+    "text behind a mebibyte": (
+        lambda c: [c.edit(b"^", b"\r\n" * 500000), c.edit(rb"(?=<[^>]*b.jpg)", b"\r\n" * 300000),
+                   c.edit(rb"\r\n\Z", b"text")], r"i: at byte \d+, 4 bytes: text that", ALL),
     "zeros in the middle": (lambda c: c.edit(rb"(<[^>]*b.jpg)", rb"\0\g<1>"),
                             r"i: at byte \d+, \d+ bytes: text that", ["a.jpg"]),
     "record that joins two": (lambda c: c.edit(rb">\r\n(?=[^>]*b.jpg)", b""),
