@@ -131,14 +131,6 @@ void IndexFile::AddRecordsTakenBack(const std::vector<Place>& places) {
               [](const auto& a, const auto& b) { return a.offset < b.offset; });
 }
 
-std::uintmax_t IndexFile::Bytes() const {
-    std::uintmax_t bytes = 0;
-    for (const auto& item : Thumbnails()) {
-        bytes += static_cast<std::uintmax_t>(item->Size);
-    }
-    return bytes;
-}
-
 bool IndexFile::Rewrite(const CZELThumbFlashCache::ItemList& thumbnails,
                         const CZELThumbFlashCache::FolderList& folders) {
     engine_.m_ThumbItemList = thumbnails;

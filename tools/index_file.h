@@ -42,9 +42,6 @@ public:
         return engine_.m_ThumbFolderList;
     }
 
-    /** The sum of the sizes in the records, in bytes. */
-    [[nodiscard]] std::uintmax_t Bytes() const;
-
     /**
      * Lets the library write these records in place of the old ones, whole or not at all.
      * @return false when it cannot; true does not prove that it did: load the file again
