@@ -7,7 +7,6 @@
 #define ZEL_TOOLS_INDEX_FILE_H
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
