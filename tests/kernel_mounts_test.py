@@ -28,7 +28,7 @@ def sleeps(process):
     try:
         return all(") S " in (thread / "stat").read_text(encoding="utf-8")
                    for thread in pathlib.Path(f"/proc/{process}/task").iterdir())
-    except FileNotFoundError:  # one has just ended
+    except (FileNotFoundError, ProcessLookupError):  # one has just ended
         return False
 
 
