@@ -166,3 +166,17 @@ class CommandTestCase(unittest.TestCase):
             self.assertRegex(run.stderr, pattern)
             self.assertNotIn("\x1b", run.stderr)
             self.assertEqual(self.files(), before)
+
+
+class SaveTestCase(CommandTestCase):
+    def save(self, *words):
+        """By picture: its thumbnail and what became of it."""
+        run = self.run_command(SAVE, "--verbose", *words)
+        self.assertEqual(run.stderr, "")
+        return {picture: (row[0], row[-1]) for picture, row in table(run.stdout).items()
+                if row[-1] in ("saved", "kept", "evicted")}
+
+    def check_states(self, words, expected):
+        rows = self.save(*words.split())
+        self.assertEqual({picture: state for picture, (_, state) in rows.items()}, expected)
+        return [thumbnail for thumbnail, _ in rows.values()]

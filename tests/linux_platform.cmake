@@ -1,7 +1,8 @@
 # The Linux platform against mock devices. The library of umockdev that intercepts system calls is
 # linked first instead of preloaded: a sanitizer's runtime then still comes before it.
 add_executable(linux-platform-test
-               linux_platform_test.cpp platform_faults_test.cpp platform_calls.cpp library_calls.cpp)
+               linux_platform_test.cpp platform_events_test.cpp platform_faults_test.cpp
+               platform_log_test.cpp platform_calls.cpp library_calls.cpp)
 target_link_options(linux-platform-test BEFORE PRIVATE LINKER:--no-as-needed)
 target_link_libraries(linux-platform-test PRIVATE
                       ${UMOCKDEV_PRELOAD_LIBRARY} zel-platform-log zel-platform-media-content
