@@ -11,18 +11,26 @@
 extern "C" {
 #endif
 
-/** The kinds of storage that can be listed. */
+/**
+ * The kinds of storage that can be listed. The first and the last are never used: they give the
+ * type the range of an int.
+ */
 enum zel_storage_device_type {
-    ZEL_STORAGE_DEVICE_TYPE_USB = 1,          /**< USB mass storage, mounted */
-    ZEL_STORAGE_DEVICE_TYPE_PTP = 2,          /**< PTP camera */
-    ZEL_STORAGE_DEVICE_TYPE_MAX = 0x7fffffff, /**< never used; gives the type the range of an int */
+    ZEL_STORAGE_DEVICE_TYPE_MIN = -1,
+    ZEL_STORAGE_DEVICE_TYPE_USB = 1, /**< USB mass storage, mounted */
+    ZEL_STORAGE_DEVICE_TYPE_PTP = 2, /**< PTP camera */
+    ZEL_STORAGE_DEVICE_TYPE_MAX = 0x7fffffff,
 };
 
-/** What happened to a storage. */
+/**
+ * What happened to a storage. The first and the last are never used: they give the type the range
+ * of an int.
+ */
 enum zel_storage_event_e {
-    ZEL_STORAGE_EVENT_CONNECTED = 1,    /**< the storage has come */
-    ZEL_STORAGE_EVENT_REMOVED = 2,      /**< the storage is gone */
-    ZEL_STORAGE_EVENT_MAX = 0x7fffffff, /**< never used; gives the type the range of an int */
+    ZEL_STORAGE_EVENT_MIN = -1,
+    ZEL_STORAGE_EVENT_CONNECTED = 1, /**< the storage has come */
+    ZEL_STORAGE_EVENT_REMOVED = 2,   /**< the storage is gone */
+    ZEL_STORAGE_EVENT_MAX = 0x7fffffff,
 };
 
 /** One storage; it belongs to the list, or to the event, that it came from. */
