@@ -206,7 +206,7 @@ TEST_F(Faulty, shortMemoryIsAnsweredAndTold) {
          "I zel_thumbnail_flash_cache_save_file" + engineless},
         {[&] { return engine->m_RefreshThumbFile(); },
          "I m_RefreshThumbFile...~|W m_RefreshThumbFile" + failed},
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they make such arrays
+#ifndef ZEL_SANITIZED  // they make such arrays
         {[&] { return engine->m_LoadThumbFile(); }, "I malloc pBuf failed...~"},
 #endif
         {[&] { return engine->Create(index.c_str()); },
@@ -245,7 +245,7 @@ TEST_F(Faulty, shortMemoryIsAnsweredAndTold) {
         EXPECT_EQ(Log(), line);
     }
     zel_destroy_thumbnail_flash_cache_param(param);
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they start the threads
+#ifndef ZEL_SANITIZED  // they start the threads
     SystemCalls script;
     script.refused["pthread_create"] = EAGAIN;
     g_calls = &script;

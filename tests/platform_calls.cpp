@@ -120,7 +120,7 @@ int narrow_clock(clockid_t clock, std::array<std::int32_t, 2>* time) noexcept {
 }
 #endif
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef ZEL_SANITIZED
 void* __libc_malloc(size_t);
 void* __libc_calloc(size_t, size_t);
 void* __libc_realloc(void*, size_t);

@@ -20,7 +20,7 @@
 
 SystemCalls* g_calls = nullptr;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef ZEL_SANITIZED
 static void* Allocate(size_t size) { return malloc(size); }
 #else
 extern "C" void* __libc_malloc(size_t);
@@ -167,7 +167,7 @@ LOOK(DIR*, opendir, nullptr, (const char* path), path)
 // It is closed all the same.
 int close(int file) { return NEXT(close)(file) + (Refuse("close") ? -1 : 0) < 0 ? -1 : 0; }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef ZEL_SANITIZED
 LOOK(int, pthread_create, EAGAIN,
      (pthread_t * thread, const pthread_attr_t* with, void* (*run)(void*), void* argument) noexcept,
      thread, with, run, argument)
