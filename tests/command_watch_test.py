@@ -27,6 +27,13 @@ class WatchTest(CommandTestCase):
             self.attach(*names)
             self.assertEqual(watch.stdout.readline(), f"{line} {USB}E?[31m\n")
 
+    def test_table_is_watched_by_its_name_alone(self):
+        self.settings["cwd"] = self.folder / "table"
+        self.settings["env"]["ZEL_MOUNTINFO"] = "now"
+        watch = self.start_watch()
+        self.attach("D1", "D2")
+        self.assertEqual(watch.stdout.readline(), f"connected {USB}D2\n")
+
     def test_cache_hears_of_what_comes_and_goes(self):
         self.settings["env"]["ZEL_LOG_LEVEL"] = "info"
         with open(self.folder / "log", "w", encoding="utf-8") as log:

@@ -37,10 +37,10 @@ class KernelMountsTest(unittest.TestCase):
         if subprocess.run([*NAMESPACE, "mount -t tmpfs none /opt"], check=False,
                           capture_output=True).returncode != 0:
             self.skipTest("not checked, since nothing may be mounted here")
-        settings = {"encoding": "utf-8", "env": {**os.environ, "ZEL_MOUNTINFO": ""}}
+        os.environ.pop("ZEL_MOUNTINFO", None)
         with tempfile.TemporaryDirectory() as folder, subprocess.Popen(
                 [*NAMESPACE, SCRIPT, "sh", *LIMITED, *COMMAND, "watch", "--index", "i"],
-                cwd=folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE, **settings,
+                cwd=folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE, encoding="utf-8",
                 preexec_fn=lambda: signal.alarm(60)) as script:
             watch = int(script.stdout.readline())
             for line in ("ready", f"connected {STICK}", f"removed {STICK}"):
