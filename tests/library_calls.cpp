@@ -36,14 +36,25 @@ CALL(int, udev_enumerate_add_match_subsystem, -errno, (udev_enumerate * in, cons
      (in, name))
 CALL(int, udev_enumerate_scan_devices, -errno, (udev_enumerate * in), (in))
 CALL(udev_list_entry*, udev_enumerate_get_list_entry, nullptr, (udev_enumerate * of), (of))
+CALL(libmnt_table*, mnt_new_table, nullptr, (), ())
+CALL(int, mnt_table_set_parser_errcb, -errno,
+     (libmnt_table * of, int (*refuse)(libmnt_table*, const char*, int)), (of, refuse))
+CALL(int, mnt_table_parse_stream, -errno, (libmnt_table * of, FILE* from, const char* name),
+     (of, from, name))
+CALL(const char*, mnt_fs_get_target, nullptr, (libmnt_fs * of), (of))
 CALL(libmnt_iter*, mnt_new_iter, nullptr, (int direction), (direction))
 CALL(libmnt_monitor*, mnt_new_monitor, nullptr, (), ())
 CALL(int, mnt_monitor_enable_kernel, -errno, (libmnt_monitor * of, int enable), (of, enable))
 CALL(int, mnt_monitor_get_fd, -errno, (libmnt_monitor * of), (of))
-CALL(char*, strdup, nullptr, (const char* text) noexcept, (text))
 CALL(int, eventfd, -1, (unsigned count, int flags) noexcept, (count, flags))
 CALL(int, inotify_add_watch, -1, (int file, const char* path, uint32_t mask) noexcept,
      (file, path, mask))
+
+char* strdup(const char* text) noexcept {
+    return is_in_library(__builtin_return_address(0), "libzel") && g_platform_calls.fails("strdup")
+               ? nullptr
+               : NEXT(strdup)(text);
+}
 
 int inotify_init1(int flags) noexcept {
     return g_platform_calls.inotify =

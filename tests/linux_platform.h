@@ -53,10 +53,13 @@ struct LinuxPlatform : testing::Test {
         wait_for_other_threads();
         descriptors_ = descriptors(false);
     }
-    // No test leaves a descriptor behind, and none was open to other programs.
+    // No test leaves a descriptor or an event behind, and no file was open to other programs.
     ~LinuxPlatform() override {
         std::ignore = zel_storage_unregister_event_cb();  // of a test that failed
         EXPECT_EQ(descriptors(false), descriptors_);
+        EXPECT_EQ(g_platform_calls.shared_files, 0);
+        char event[100] = "";
+        EXPECT_EQ(recv(events_[1], event, sizeof event, MSG_DONTWAIT), -1) << event;
         close(events_[0]), close(events_[1]);
         g_object_unref(testbed_);
     }
@@ -87,6 +90,10 @@ struct LinuxPlatform : testing::Test {
     }
     void let_udev_look_at(const std::string& device) {
         std::ofstream(root_ / "udev/data" / device) << "I:1\n";
+    }
+    void set_property(const std::string& device, const char* name, const std::string& value) {
+        umockdev_testbed_set_property(testbed_, ("/sys/devices/usb1/" + device).c_str(), name,
+                                      value.c_str());
     }
     void replace_table(const std::string& table) {
         std::ofstream(root_ / "next") << table;

@@ -16,12 +16,16 @@
 
 PlatformCalls g_platform_calls;
 
+bool is_in_library(void* code, const char* name) {
+    dl_find_object object;
+    return _dl_find_object(code, &object) == 0 &&
+           std::strstr(object.dlfo_link_map->l_name, name) != nullptr;
+}
+
 // What the mock devices call for themselves never fails.
 static bool hit(void* caller, int error) {
     PlatformCalls& calls = g_platform_calls;
-    dl_find_object object;
-    if (calls.first == 0 || _dl_find_object(caller, &object) != 0 ||
-        std::strstr(object.dlfo_link_map->l_name, "umockdev") != nullptr)
+    if (calls.first == 0 || is_in_library(caller, "umockdev"))
         return false;
     const int number = ++calls.calls;
     if (number < calls.first || (number > calls.first && !calls.all))
@@ -49,6 +53,12 @@ static const char* moved(const char* path) {
                    : real(__VA_ARGS__);                                                 \
     }
 
+static int noted(void* caller, int flags) {
+    if ((flags & IN_CLOEXEC) == 0 && is_in_library(caller, "libzel"))
+        ++g_platform_calls.shared_files;
+    return flags;
+}
+
 static std::atomic<std::int64_t> slept{0};
 
 static bool interrupts() {
@@ -61,7 +71,7 @@ extern "C" {
 CALL(int, access, -1, EACCES, NEXT(access), (const char* path, int mode) noexcept, moved(path),
      mode)
 CALL(int, open64, -1, EMFILE, NEXT(open64), (const char* path, int flags, unsigned mode),
-     moved(path), flags, mode)
+     moved(path), noted(__builtin_return_address(0), flags), mode)
 CALL(int, openat64, -1, EMFILE, NEXT(openat64), (int at, const char* path, int flags), at,
      moved(path), flags)
 CALL(FILE*, fopen64, nullptr, EMFILE, NEXT(fopen64), (const char* path, const char* mode),
@@ -95,7 +105,8 @@ int fdatasync(int) { return 0; }  // no test of this program cuts the power
 
 // A sleep moves the clock alone.
 int nanosleep(const timespec* time, timespec*) {
-    slept += time->tv_sec * 1000000000 + time->tv_nsec;
+    slept += (time->tv_sec * 1000000000 + time->tv_nsec) *
+             std::max(g_platform_calls.sleep_factor.load(), 1);
     g_platform_calls.on_pause();
     return 0;
 }
@@ -103,6 +114,8 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept {
     const char* name = sizeof(time_t) > sizeof(long) ? "__clock_gettime64" : "clock_gettime";
     const int result =
         reinterpret_cast<decltype(&clock_gettime)>(dlsym(RTLD_NEXT, name))(clock, time);
+    if (g_platform_calls.sleep_factor != 0)
+        *time = {};
     const std::int64_t nanoseconds = time->tv_nsec + slept;
     time->tv_sec += nanoseconds / 1000000000;
     time->tv_nsec = static_cast<long>(nanoseconds % 1000000000);

@@ -18,7 +18,9 @@ struct PlatformCalls {
     std::atomic<std::size_t> piece{SIZE_MAX};  // the most bytes that one write takes
     std::atomic<bool> full{false};             // no write takes any now, and none waits
     std::function<void()> on_pause = [] {};    // in place of every sleep, which takes no time
-    std::function<void()> on_look = [] {};     // before each listing of the USB devices
+    std::atomic<int> sleep_factor{0};  // unless 0, only sleeps take time, so many times their own
+    std::function<void()> on_look = [] {};  // before each listing of the USB devices
+    std::atomic<int> shared_files{0};       // that the platform opened for other programs as well
     std::string_view failing;  // the name of a function that fails whenever it is called,
     int error = 0;             // and what it leaves in errno
     bool fails(std::string_view function) const {
@@ -30,3 +32,6 @@ struct PlatformCalls {
 };
 
 extern PlatformCalls g_platform_calls;
+
+// Whether that is code of a library with such a name.
+bool is_in_library(void* code, const char* name);
