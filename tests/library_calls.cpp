@@ -57,6 +57,7 @@ char* strdup(const char* text) noexcept {
 }
 
 int inotify_init1(int flags) noexcept {
+    g_platform_calls.on_watch();
     return g_platform_calls.inotify =
                g_platform_calls.fails("inotify_init1") ? -1 : NEXT(inotify_init1)(flags);
 }

@@ -93,7 +93,9 @@ ssize_t read(int file, void* data, size_t size) {
     return sizeof(inotify_event);
 }
 int poll(pollfd* files, nfds_t count, int timeout) {
-    return interrupts() ? -1 : NEXT(poll)(files, count, timeout);
+    const bool fails = is_in_library(__builtin_return_address(0), "libzel") &&
+                       (interrupts() || g_platform_calls.fails("poll"));
+    return fails ? -1 : NEXT(poll)(files, count, timeout);
 }
 ssize_t write(int file, const void* data, size_t size) {
     const bool fails = g_platform_calls.full && (errno = EAGAIN);

@@ -19,8 +19,9 @@ struct PlatformCalls {
     std::atomic<bool> full{false};             // no write takes any now, and none waits
     std::function<void()> on_pause = [] {};    // in place of every sleep, which takes no time
     std::atomic<int> sleep_factor{0};  // unless 0, only sleeps take time, so many times their own
-    std::function<void()> on_look = [] {};  // before each listing of the USB devices
-    std::atomic<int> shared_files{0};       // that the platform opened for other programs as well
+    std::function<void()> on_look = [] {};   // before each listing of the USB devices
+    std::function<void()> on_watch = [] {};  // before a watch of the mount table in a file
+    std::atomic<int> shared_files{0};        // that the platform opened for other programs as well
     std::string_view failing;  // the name of a function that fails whenever it is called,
     int error = 0;             // and what it leaves in errno
     bool fails(std::string_view function) const {

@@ -86,3 +86,43 @@ TEST_F(LinuxPlatform, EventsFollowTheMountTableFromRegistrationToItsEnd) {
     EXPECT_EQ(zel_storage_register_event_cb(record, events_), 0);
     EXPECT_EQ(zel_storage_unregister_event_cb(), 0);
 }
+
+TEST_F(LinuxPlatform, EventsLeaveOutNoChangeBetweenTheFirstListAndTheWatch) {
+    g_platform_calls.on_watch = [&] { replace_table(kStickB); };
+    ASSERT_EQ(zel_storage_register_event_cb(record, events_), 0);
+    g_platform_calls.on_watch = [] {};
+    replace_table(kElsewhere);
+    EXPECT_EQ(next_event(), "2 /opt/storage/usb/b|Long_Serial");
+    EXPECT_EQ(zel_storage_unregister_event_cb(), 0);
+}
+
+TEST_F(LinuxPlatform, EventsEndWhereNothingCanBeWaitedFor) {
+    alarm(60);  // ends what asks for ever
+    g_platform_calls.error = ENOMEM;
+    g_platform_calls.failing = "poll";
+    ASSERT_EQ(zel_storage_register_event_cb(record, events_), 0);
+    replace_table(kStick);
+    wait_for_other_threads();
+    EXPECT_EQ(zel_storage_unregister_event_cb(), 0);
+    g_platform_calls.failing = {};
+    alarm(0);
+}
+
+TEST_F(LinuxPlatform, EventsEndWithTheCallbackThatMayRegisterAnotherOneMeanwhile) {
+    static std::atomic<bool> has_ended{false};
+    const auto register_another = [](void*, zel_storage_event_e, _zel_storage_s*&) {
+        EXPECT_EQ(send(events_[0], "begins", 6, 0), 6);
+        while (zel_storage_register_event_cb(record, events_) != 0)
+            std::this_thread::yield();
+        wait_for_other_threads();  // of which one waits for this one
+        has_ended = true;
+    };
+    alarm(60);  // ends two that wait for each other
+    ASSERT_EQ(zel_storage_register_event_cb(register_another, nullptr), 0);
+    replace_table(kStick);
+    EXPECT_EQ(next_event(), "begins");
+    EXPECT_EQ(zel_storage_unregister_event_cb(), 0);
+    EXPECT_TRUE(has_ended);
+    EXPECT_EQ(zel_storage_unregister_event_cb(), 0);
+    alarm(0);
+}
