@@ -80,10 +80,13 @@ TEST_F(LinuxPlatform, CamerasAreTheDevicesWithAPictureInterfaceNotTheirInterface
 }
 
 TEST_F(LinuxPlatform, WhatIsKnownOfTheLastTimeStaysAsLongAsThereIsAConnection) {
-    replace_table(kStick);
     EXPECT_EQ(database(), "failed");
     EXPECT_EQ(media_content_connect(), 0);
+    replace_table(kStick);
     EXPECT_EQ(media_content_connect(), 0);
+    fs::remove(table_);
+    EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/a b\n");
+    replace_table(kStick);
     EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/a b\n");
     set_property("1-1/sdb1", "ID_SERIAL_SHORT", "S3");
     EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_USB), "/opt/storage/usb/a b|S3\n");
