@@ -1,5 +1,6 @@
 """A folder with pictures and a table of mounts, and the command as a process in it; the environment
 variable ZEL_COMMAND says how the command is called."""
+import contextlib
 import json
 import os
 import pathlib
@@ -60,6 +61,15 @@ def decode(thumbnail):
         for x in (width // 4, width * 3 // 4))
 
 
+def read_terminal(terminal):
+    """All that was written at the other end, which is closed."""
+    shown = b""
+    with contextlib.suppress(OSError):  # the end of a terminal
+        while True:
+            shown += os.read(terminal, 65536)
+    return shown.decode()
+
+
 def table(output):
     return {words[0]: words[1:] for words in map(str.split, output.splitlines()) if words}
 
@@ -112,9 +122,14 @@ class CommandTestCase(unittest.TestCase):
         return process
 
     def start_watch(self, *words, before=()):
-        watch = self.start([*before, *COMMAND, "watch", "--index", "i", *words])
+        with open(self.folder / "errors", "w", encoding="utf-8") as errors:
+            watch = self.start([*before, *COMMAND, "watch", "--index", "i", *words], stderr=errors)
         self.assertEqual(watch.stdout.readline(), "ready\n")
         return watch
+
+    def errors(self):
+        """What `watch` has told on standard error, without its name."""
+        return (self.folder / "errors").read_text("utf-8").replace("zel-thumbnail-cache: ", "")
 
     def with_mounts(self, script):
         """The words before a command that sees what a script mounts, as nobody else does."""
@@ -129,6 +144,17 @@ class CommandTestCase(unittest.TestCase):
         (self.folder / "usb").mkdir(exist_ok=True)
         return self.with_mounts("mount -t tmpfs none /opt && mkdir -p /opt/storage/usb && "
                                 "mount --bind usb /opt/storage/usb")
+
+    def nest_folders(self, folder):
+        """Folders in one another, so deep that a path is too long; the pattern of that path."""
+        outer = os.open(folder, os.O_RDONLY)
+        for _ in range(17):
+            os.mkdir("n" * 250, dir_fd=outer)
+            inner = os.open("n" * 250, os.O_RDONLY, dir_fd=outer)
+            os.close(outer)
+            outer = inner
+        os.close(outer)
+        return f"(?:{'n' * 250}/?)+"
 
     def write_many(self, folder, count=2000):
         """So many pictures in a folder that a command works on them for seconds."""
@@ -164,7 +190,8 @@ class CommandTestCase(unittest.TestCase):
             self.assertEqual(run.returncode, status)
             self.assertEqual(run.stdout, "")
             self.assertRegex(run.stderr, pattern)
-            self.assertNotIn("\x1b", run.stderr)
+            self.assertRegex(run.stderr, "^zel-thumbnail-cache: [^\0-\x1f\x7f]+%s\n$" % (
+                r" \(zel-thumbnail-cache --help explains\)" if status == 2 else ""))
             self.assertEqual(self.files(), before)
 
 
@@ -173,8 +200,27 @@ class SaveTestCase(CommandTestCase):
         """By picture: its thumbnail and what became of it."""
         run = self.run_command(SAVE, "--verbose", *words)
         self.assertEqual(run.stderr, "")
-        return {picture: (row[0], row[-1]) for picture, row in table(run.stdout).items()
-                if row[-1] in ("saved", "kept", "evicted")}
+        self.assertEqual(run.returncode, 0)
+        return {picture: (row[0], row[-1]) for picture, row in self.rows(run.stdout).items()}
+
+    def rows(self, output, failed=0):
+        """The rows of the table by picture, once it is clear that they are true, and the sums."""
+        *rows, sums, total = map(str.split, output.splitlines())
+        if rows:
+            self.assertEqual(rows.pop(0), ["SOURCE", "THUMBNAIL", "PIXELS", "BYTES", "STATE"])
+        for _, thumbnail, _, size, state in rows:
+            path = pathlib.Path(thumbnail)
+            self.assertEqual(size, "-" if state == "evicted" else str(path.stat().st_size))
+            self.assertEqual(path.exists(), state != "evicted")
+        states = [row[-1] for row in rows]
+        counts = [f"{states.count(state)} {state}" for state in ("saved", "kept")]
+        self.assertRegex(" ".join(sums), ", ".join(
+            [*counts, f"{failed} failed", rf"{states.count('evicted')} evicted in \d+\.\d seconds$"]))
+        size = sum(int(row[3]) for row in rows if row[3] != "-")
+        there = len(rows) - states.count("evicted")
+        self.assertEqual(" ".join(total), f"{there} thumbnail{'s' * (there != 1)}, {size} bytes, "
+                         f"{size / 1048576:.2f} % of 104857600")
+        return {row[0]: row[1:] for row in rows}
 
     def check_states(self, words, expected):
         rows = self.save(*words.split())

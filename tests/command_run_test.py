@@ -12,7 +12,8 @@ import subprocess
 import time
 import unittest
 
-from command_fixture import COMMAND, RESERVES_MEMORY, SAVE, SaveTestCase, jpeg, png
+from command_fixture import (COMMAND, RESERVES_MEMORY, SAVE, SaveTestCase, jpeg, png,
+                             read_terminal)
 
 
 class RunTest(SaveTestCase):
@@ -75,9 +76,11 @@ class RunTest(SaveTestCase):
         self.check_signal_ends_it(save, signal.SIGINT)
 
     def test_signal_ends_it_when_the_pictures_are_done(self):
-        save = self.start(["sh", "-c", 'trap "" INT; exec "$@" >&0', "sh", *COMMAND, *SAVE.split(),
-                           "p.png"], stdin=self.full_pipe())
-        self.check_signal_ends_it(save, signal.SIGTERM)
+        for other, number in ("INT", signal.SIGTERM), ("TERM", signal.SIGINT):
+            shutil.rmtree(self.folder / "c", ignore_errors=True)
+            save = self.start(["sh", "-c", f'trap "" {other}; exec "$@" >&0', "sh", *COMMAND,
+                               *SAVE.split(), "p.png"], stdin=self.full_pipe())
+            self.check_signal_ends_it(save, number)
 
     @unittest.skipIf(RESERVES_MEMORY, "a sanitizer or an emulator has threads of its own")
     def test_as_many_threads_decode_as_asked_for(self):
@@ -128,12 +131,8 @@ class RunTest(SaveTestCase):
         self.addCleanup(os.close, terminal)
         self.run_command(SAVE, "p.png", "no\x1b.png", stderr=other_end)
         os.close(other_end)
-        shown = b""
-        with contextlib.suppress(OSError):  # the end of a terminal
-            while True:
-                shown += os.read(terminal, 65536)
         line = r"\r\x1b\[K\x1b\[\?7l{}\x1b\[\?7h"
-        self.assertRegex(shown.decode(), line.format(r"1/2 \(\d+ per second\) p\.png") +
+        self.assertRegex(read_terminal(terminal), line.format(r"1/2 \(\d+ per second\) p\.png") +
                          line.format(r"2/2 \(\d+ per second\) no\?\.png") +
                          r"\r\x1b\[K[^\r]*no\?\.png: .*\r\n\r\x1b\[K$")
 

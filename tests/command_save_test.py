@@ -37,6 +37,7 @@ class PictureTest(SaveTestCase):
         total = sum(int(rows[name][2]) for name in cases)
         self.assertRegex(run.stdout, rf"\n{len(cases)} saved, 0 kept, 0 failed, 0 evicted in .*\n"
                          rf"{len(cases)} thumbnails, {total} bytes.*\n$")
+        self.rows(run.stdout)
         for name, (_, size, colours) in cases.items():
             with self.subTest(name):
                 thumbnail, pixels, count, _ = rows[name]
@@ -45,6 +46,15 @@ class PictureTest(SaveTestCase):
                 self.assertEqual(pixels, "%dx%d" % size)
                 self.assertEqual(int(count), os.path.getsize(thumbnail))
                 self.assertLess(max(abs(a - b) for a, b in zip(found, sum(colours, ()))), 16, found)
+
+    def test_colours_over_white_are_rounded_to_the_nearest(self):
+        cases = {(10, 100): 159, (100, 100): 194, (0, 1): 254, (200, 254): 200, (255, 77): 255}
+        names = [f"{colour}-{alpha}.png" for colour, alpha in cases]
+        for name, (colour, alpha) in zip(names, cases):
+            self.write({name: png(16, 16, bytes([colour] * 3 + [alpha]) * 256)})
+        rows = self.save(*names)
+        self.assertEqual([decode(rows[name][0])[1] for name in names],
+                         [bytes([shade]) * 12 for shade in cases.values()])
 
     def test_failed_pictures_are_named_and_the_others_saved(self):
         small, huge = png(6, 4), png(60000, 60000, b"")
@@ -86,7 +96,8 @@ class PictureTest(SaveTestCase):
         names = {  # by picture: what is left of it
             'a"b>c.png': "a_b_c", "line\nfeed\x1b[31m.png": "line_feed_[31m",
             "n" * 251 + ".png": "n" * 240, "ä" * 125 + ".png": "ä" * 120,
-            "x" + "ä" * 125 + ".png": "x" + "ä" * 119, "\udcff.png": "\udcff", "\x7f.png": "_"}
+            "x" + "ä" * 125 + ".png": "x" + "ä" * 119, "\udcff.png": "\udcff", "\x7f.png": "_",
+            "~ !\x1f.png": "~ !_"}
         self.write({f"odd/{name}": png(6, 4) for name in names})
         for state in "saved", "kept":
             run = self.run_command(SAVE, "odd")
@@ -107,6 +118,8 @@ class StateTest(SaveTestCase):
         made = (self.folder / "p.png").stat().st_mtime_ns
         os.utime(self.folder / "p.png", ns=(made, made + 1))
         self.check_states("p.png", {"p.png": "saved"})
+        os.utime(self.folder / "p.png", ns=(made, made + 10**9))
+        self.check_states("p.png", {"p.png": "saved"})
         self.write({"p.png": png(8, 2)})
         os.utime(self.folder / "p.png", ns=(made, made))
         last, = self.check_states("p.png", {"p.png": "saved"})
@@ -115,7 +128,7 @@ class StateTest(SaveTestCase):
         self.check_states("p.png --size 4", {"p.png": "saved"})
         self.check_states("p.png --size 4", {"p.png": "kept"})
         self.check_states("p.png", {"p.png": "kept"})
-        self.assertEqual(len(self.listed()), 4)
+        self.assertEqual(len(self.listed()), 5)
 
     def test_older_thumbnail_of_a_changed_picture_is_evicted_alone(self):
         self.save("p.png")
@@ -215,16 +228,10 @@ class FolderTest(SaveTestCase):
 
     def test_folder_that_cannot_be_read_is_a_failure(self):
         self.write({"f/p.png": png(6, 4)})
-        folder = os.open(self.folder / "f", os.O_RDONLY)
-        for _ in range(17):  # so deep that its path is too long
-            os.mkdir("n" * 250, dir_fd=folder)
-            inner = os.open("n" * 250, os.O_RDONLY, dir_fd=folder)
-            os.close(folder)
-            folder = inner
-        os.close(folder)
+        deep = self.nest_folders(self.folder / "f")
         run = self.run_command(SAVE, "f")
         self.assertEqual(run.returncode, 1)
-        self.assertRegex(run.stderr, "^zel-thumbnail-cache: f/n.*: File name too long\n$")
+        self.assertRegex(run.stderr, f"^zel-thumbnail-cache: f/{deep}: File name too long\n$")
         self.assertIn("\n1 saved, 0 kept, 1 failed", run.stdout)
 
     def test_folder_without_permission_is_a_failure(self):

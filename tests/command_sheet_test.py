@@ -13,7 +13,7 @@ import urllib.parse
 from command_fixture import SAVE, CommandTestCase, jpeg, png
 
 HOSTILE = ("%41?b#c&amp;.jpg", "<script>alert(1)<script>.jpg", "\x1b[31m\n.jpg", "'\\.jpg", ":a.jpg",
-           "javascript:x.jpg", "\u202e\u00e4.jpg", "\udcff.jpg", " .jpg")
+           "javascript:x.jpg", "\x1f\x7f~.jpg", "\u202e\u00e4.jpg", "\udcff.jpg", " .jpg")
 VOID = {"meta", "link", "img"}
 
 
@@ -143,6 +143,17 @@ class SheetTest(CommandTestCase):
         shutil.rmtree(self.images)
         self.assertEqual(Page(self.sheet()).absent, ["missing", "missing"])
 
+    def test_size_is_told_as_soon_as_the_image_has_said_it(self):
+        whole = (self.images / "a.jpg").read_bytes()
+        frame = whole.index(b"\xff\xc0")
+        behind = frame + 2 + int.from_bytes(whole[frame + 2:frame + 4], "big")
+        for end in range(frame, behind + 2):
+            (self.images / "a.jpg").write_bytes(whole[:end])
+            page = Page(self.sheet())
+            self.assertEqual([(image["width"], image["height"]) for image in page.images[:-1]],
+                             [("60", "40")] if end >= behind else [])
+            self.assertEqual(page.absent, [] if end >= behind else ["no image"])
+
     def test_preset_block_behind_an_image_is_harmless(self):
         with open(self.images / "a.jpg", "ab") as image:
             image.write(b"<preset>".ljust(4096, b"\0"))
@@ -167,7 +178,8 @@ class SheetTest(CommandTestCase):
         for image, name in zip(page.images, names, strict=True):
             self.assertEqual(self.target(image["src"], self.folder), pathlib.Path(path, name))
             self.assertEqual(urllib.parse.urlsplit(image["src"])[:2], ("", ""))
-        shown = [name.translate({0x1b: "\ufffd", 10: "\ufffd", 0xdcff: "\ufffd"}) for name in names]
+        shown = [name.translate(dict.fromkeys((0x1b, 10, 0x1f, 0x7f, 0xdcff), "\ufffd"))
+                 for name in names]
         self.assertEqual(page.names, shown)
         self.assertEqual(page.titles, [f"{path}/{name}" for name in shown])
         self.assertEqual(page.paths, ["<u>", path])

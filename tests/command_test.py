@@ -4,11 +4,14 @@ import fcntl
 import json
 import os
 import pathlib
+import pty
 import re
 import signal
+import socket
+import termios
 import unittest
 
-from command_fixture import RESERVES_MEMORY, SAVE, USB, CommandTestCase, png
+from command_fixture import RESERVES_MEMORY, SAVE, USB, CommandTestCase, png, read_terminal
 
 MOCK_DEVICES = pathlib.Path(__file__).parent / "mock-devices.umockdev"
 
@@ -44,21 +47,32 @@ RIGHT = {  # by command line: what the output holds
     "save --index i --cache c --device D1 large.png": "256x1",  # the size when none is given
     "list i": "D1", "list --json i": "D1", "list --bytes i": "BYTES", "stats i": "D1",
     "stats --json i": "D1", "sheet i": "D1", "sheet --embed i": "D1"}
-UNUSABLE = {  # by command line: the path that the message names
-    "save --index no/i --cache new --device D1 p.png": "no/i does not exist",
-    "watch --index no/i": "no/i does not exist",
-    "save --index i --cache p.png/c --device D1 p.png": "the folder p.png/c: Not a directory",
-    "watch --index i --cache p.png/c": "the folder p.png/c: Not a directory",
-    "watch --index table": "table", "list gone": "gone", "stats gone": "gone", "sheet gone": "gone",
-    "list table": "table", "list no\x1b[31m": "no?[31m",
-    "list /proc/self/mem": "/proc/self/mem: Input/output error"}
+UNUSABLE = {  # by command line: the message
+    **dict.fromkeys(("save --index no/i --cache new --device D1 p.png", "watch --index no/i"),
+                    "the directory of the index no/i does not exist"),
+    **dict.fromkeys(("save --index p.png/i --cache new --device D1 p.png", "watch --index p.png/i"),
+                    "the directory of the index p.png/i: Not a directory"),
+    **dict.fromkeys(("save --index i --cache p.png/c --device D1 p.png",
+                     "watch --index i --cache p.png/c"), "the folder p.png/c: Not a directory"),
+    "save --index table --cache c --device D1 p.png": "the index table is a directory",
+    "watch --index table": "the index table is a directory",
+    **{f"{verb} {path}": f"{shown}: {reason}" for verb in ("list", "stats", "sheet")
+       for path, shown, reason in (
+           ("gone", "gone", "No such file or directory"), ("table", "table", "Is a directory"),
+           ("p.png/i", "p.png/i", "Not a directory"), ("socket", "socket", "Input/output error"),
+           ("no\x1b[31m", "no?[31m", "No such file or directory"),
+           ("/proc/self/mem", "/proc/self/mem", "Input/output error"))}}
 
 
 class CommandTest(CommandTestCase):
     def test_what_cannot_be_done_is_refused(self):
-        for status, lines in ((1, UNUSABLE), (2, WRONG)):
-            for line, culprit in lines.items():
-                self.check_refusal(line, status, re.escape(culprit))
+        with socket.socket(socket.AF_UNIX) as server:  # it can be looked at, but not opened
+            server.bind(str(self.folder / "socket"))
+        (self.folder / "c").mkdir()
+        for line, message in UNUSABLE.items():
+            self.check_refusal(line, 1, f": {re.escape(message)}\n")
+        for line, culprit in WRONG.items():
+            self.check_refusal(line, 2, re.escape(culprit))
         for line in f"{SAVE} p.png --index", f"{SAVE} p.png --cache", "sheet i --output":
             self.assertEqual(self.run_command(line, "").returncode, 2, line)
 
@@ -86,7 +100,7 @@ class CommandTest(CommandTestCase):
     def test_list(self):
         self.write({"i": b'<Type=1,Sid="A\\B",Path="/c/A\\B",Devicetype=1>\r\n' + b"".join(
             b'<Type=0,Path="/c/%s",URL="/c/%s/%s",Size=%d,Devicetype=%d>\r\n' % (id, id, *rest)
-            for id, *rest in ((b"D1", b"\\\x1b[31m\t\x7f\xff\xc3\xa4.jpg", 100, 0),
+            for id, *rest in ((b"D1", b"\\\x1b[31m\t\x1f\x7f\xff\xc3\xa4.jpg", 100, 0),
                               (b"A\\B", b"a.jpg", 104857600, 1), (b"D1", b"b.jpg", 23, 0)))})
         text = self.run_command("list i --bytes").stdout
         self.assertRegex(text, r"\nTHUMBNAIL {8}BYTES\n/c/A\\B/a.jpg 104857600\n")
@@ -94,26 +108,40 @@ class CommandTest(CommandTestCase):
             re.sub(" +", " ", text),
             "camera A\\B in /c/A\\B\nTHUMBNAIL BYTES\n/c/A\\B/a.jpg 104857600\n"
             "1 thumbnail, 104857600 bytes, 100.00 % of 104857600\n\n"
-            "usb D1 in /c/D1\nTHUMBNAIL BYTES\n/c/D1/\\?[31m??\\xffä.jpg 100\n/c/D1/b.jpg 23\n"
+            "usb D1 in /c/D1\nTHUMBNAIL BYTES\n/c/D1/\\?[31m???\\xffä.jpg 100\n/c/D1/b.jpg 23\n"
             "2 thumbnails, 123 bytes, 0.00 % of 104857600\n\n"
             "3 thumbnails, 104857723 bytes, 100.00 % of 104857600\n")
         self.assertEqual(json.loads(self.run_command("list i --json").stdout), {
             "devices": [{"id": "A\\B", "kind": "camera", "path": "/c/A\\B", "bytes": 104857600,
                          "thumbnails": [{"file": "/c/A\\B/a.jpg", "bytes": 104857600}]},
                         {"id": "D1", "kind": "usb", "path": "/c/D1", "bytes": 123, "thumbnails": [
-                            {"file": "/c/D1/\\\x1b[31m\t\x7f\ufffdä.jpg", "bytes": 100},
+                            {"file": "/c/D1/\\\x1b[31m\t\x1f\x7f\ufffdä.jpg", "bytes": 100},
                             {"file": "/c/D1/b.jpg", "bytes": 23}]}],
             "thumbnails": 3, "bytes": 104857723, "ceiling": 104857600})
 
         run = self.run_command("list i", env={**self.settings["env"], "LC_ALL": "C"})
         self.assertIn(r"\xc3\xa4.jpg", run.stdout)
 
+    def test_long_names_are_wrapped_on_a_terminal(self):
+        path = "/c/D1/" + "".join(f"{i:03}" for i in range(60))
+        self.write({"i": b'<Type=0,Path="/c/D1",URL="%s",Size=9,Devicetype=0>\r\n' % path.encode()})
+        terminal, other_end = pty.openpty()
+        self.addCleanup(os.close, terminal)
+        termios.tcsetwinsize(other_end, (24, 60))
+        self.run_command("list i", stdout=other_end)
+        os.close(other_end)
+        shown = read_terminal(terminal)
+        self.assertIn(path, re.sub(r"\s|9 B", "", shown))
+        self.assertLessEqual(max(map(len, shown.split("\r\n"))), 60)
+
     def test_devices(self):
         self.attach(r"A\040B", r"E\033[31m")
-        self.assertRegex(self.run_command("devices").stdout, rf"\nusb +A B +{USB}A B +-\n"
-                         rf"usb +E\?\[31m +{USB}E\?\[31m +-\n")
+        self.assertEqual(re.sub(" +", " ", self.run_command("devices").stdout),
+                         "KIND ID MOUNT PATH SERIAL\n"
+                         f"usb A B {USB}A B -\nusb E?[31m {USB}E?[31m -\n")
         (self.folder / "table/now").unlink()
-        self.check_refusal("devices", 1, "database cannot be reached")
+        self.settings["env"]["ZEL_LOG_LEVEL"] = "error"
+        self.check_refusal("devices", 1, ": the media-content database cannot be reached\n")
 
     @unittest.skipIf(RESERVES_MEMORY, "the library of the mock devices has to be loaded first")
     def test_cameras_are_devices(self):
@@ -145,15 +173,20 @@ class CommandTest(CommandTestCase):
 
     def test_second_command_on_an_index_is_refused(self):
         (self.folder / "sub").mkdir()
-        (self.folder / "sub/link").symlink_to("../i")
+        (self.folder / "sub/link").symlink_to("link2")
+        (self.folder / "sub/link2").symlink_to("../link3")
+        (self.folder / "link3").symlink_to(self.folder / "i")
         for number in (signal.SIGINT, signal.SIGTERM):
             watch = self.start_watch()
             self.hold_other_locks()
             locks = pathlib.Path("/proc/locks").read_text(encoding="utf-8")
-            culprit = watch.pid if f" {watch.pid} " in locks else "another process"
+            name = pathlib.Path(f"/proc/{watch.pid}/comm").read_text(encoding="utf-8").strip()
+            culprit = (re.escape(f"{name} (process {watch.pid})") if f" {watch.pid} " in locks
+                       else "another process")
             for line in ("watch --index sub/../i", "watch --index sub/link",
                          "save --index sub/link --cache new --device D1 p.png"):
-                self.check_refusal(line, 1, rf"sub/\S+ .*{culprit}")
+                self.check_refusal(
+                    line, 1, rf": the directory of the index sub/\S+ is in use by {culprit}\n")
             self.assertEqual(self.run_command(f"{SAVE} p.png --index sub/i").returncode, 0)
             self.assertEqual(self.run_command("list sub/i").returncode, 0)
             watch.send_signal(number)

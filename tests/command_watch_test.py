@@ -36,13 +36,11 @@ class WatchTest(CommandTestCase):
 
     def test_cache_hears_of_what_comes_and_goes(self):
         self.settings["env"]["ZEL_LOG_LEVEL"] = "info"
-        with open(self.folder / "log", "w", encoding="utf-8") as log:
-            self.settings["stderr"] = log
-            watch = self.start_watch()
+        watch = self.start_watch()
         for names, count in (("D1", "D2"), 1), (("D1",), 2):
             self.attach(*names)
             watch.stdout.readline()
-            events = re.findall(r"ConnctedCallback event is", (self.folder / "log").read_text())
+            events = re.findall(r"ConnctedCallback event is", self.errors())
             self.assertEqual(len(events), count)
 
 
@@ -67,6 +65,7 @@ class SavingWatchTest(CommandTestCase):
         self.watch.send_signal(signal.SIGTERM)
         self.assertEqual(self.watch.stdout.read(), "")
         self.assertEqual(self.watch.wait(), 0)
+        self.assertEqual(self.errors(), "")
 
     def wait_for_thumbnails(self, device, count=1):
         self.wait_until(lambda: len(self.thumbnails(device)) >= count, self.watch)
@@ -162,7 +161,7 @@ class SavingWatchTest(CommandTestCase):
         self.check_lines(f"saved 3 thumbnails of {USB}D1")
         self.stop()
         kept = self.listed()
-        os.truncate(kept[0], 104857600 - 10000 - sum(map(os.path.getsize, kept[1:])))
+        os.truncate(kept[0], 104857600 - 10053 - sum(map(os.path.getsize, kept[1:])))
         self.start_saving()
         self.check_lines(f"saved 0 thumbnails of {USB}D1")
         self.stop()
@@ -183,23 +182,15 @@ class SavingWatchTest(CommandTestCase):
         self.check_lines(f"saved 1 thumbnails of {USB}E?[31m")
         self.assertEqual(self.names(), ["a_b_[31m"])
 
-    def start_saving_and_log_errors(self):
-        with open(self.folder / "errors", "w", encoding="utf-8") as errors:
-            self.settings["stderr"] = errors
-            self.start_saving()
-
-    def errors(self):
-        return (self.folder / "errors").read_text("utf-8").replace("zel-thumbnail-cache: ", "")
-
     def test_cache_that_takes_nothing_is_told_with_the_first_picture(self):
         self.write({"usb/D1/a.png": png(6, 4), "usb/D1/b.png": png(6, 4), "c/D1": b""})
-        self.start_saving_and_log_errors()
+        self.start_saving()
         self.check_lines(f"saved 0 thumbnails of {USB}D1")
         self.assertRegex(self.errors(), f"^{USB}D1/a.png: the folder {self.folder}/c/D1: .*\n$")
 
     def test_index_that_cannot_be_read_is_told_and_the_next_stick_served(self):
         self.write({f"usb/{stick}/p.png": png(6, 4) for stick in ("D1", "D2", "D3")})
-        self.start_saving_and_log_errors()
+        self.start_saving()
         self.check_lines(f"saved 1 thumbnails of {USB}D1")
         (self.folder / "i").rename(self.folder / "index")
         (self.folder / "i").mkdir()
@@ -215,10 +206,12 @@ class SavingWatchTest(CommandTestCase):
 
     def test_what_cannot_be_read_is_reported_and_the_rest_saved(self):
         self.write({"usb/D1/a.png": b"text", "usb/D1/b.png": png(6, 4)})
+        deep = self.nest_folders(self.folder / "usb/D1")
         self.attach("D1", "missing")
-        self.start_saving_and_log_errors()
+        self.start_saving()
         self.check_lines(f"saved 1 thumbnails of {USB}D1", f"saved 0 thumbnails of {USB}missing")
-        self.assertRegex(self.errors(), f"^{USB}D1/a.png: [^\n]*\n{USB}missing: No such file.*\n$")
+        self.assertRegex(self.errors(), rf"^{USB}D1/{deep}: File name too long\n{USB}D1/a\.png: [^\n]*\n"
+                         f"{USB}missing: No such file or directory\n$")
 
 
 if __name__ == "__main__":
