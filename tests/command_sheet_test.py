@@ -14,6 +14,7 @@ from command_fixture import SAVE, CommandTestCase, jpeg, png
 
 HOSTILE = ("%41?b#c&amp;.jpg", "<script>alert(1)<script>.jpg", "\x1b[31m\n.jpg", "'\\.jpg", ":a.jpg",
            "javascript:x.jpg", "\x1f\x7f~.jpg", "\u202e\u00e4.jpg", "\udcff.jpg", " .jpg")
+PAGE_OF_TWO_DEVICES = pathlib.Path(__file__).parent / "sheet-of-two-devices.html"
 VOID = {"meta", "link", "img"}
 
 
@@ -94,6 +95,15 @@ class SheetTest(CommandTestCase):
         image = "60 \u00d7 40 \u00b7 10 MiB"
         self.assertEqual(page.facts, [*devices, devices[0], image, "recorded 10 MiB",
                                       devices[1], image])
+
+    def test_page_of_two_devices(self):
+        record = b'<Type=0,Path="c/%b",URL="c/%b/%b",Size=%d,Devicetype=%d>\r\n'
+        self.write({"c/D1/a.jpg": jpeg(60, 40), "i": b"".join(record % (device, device, *rest) for (
+            device, *rest) in ((b"D1", b"a.jpg", 10 << 20, 0), (b"C&1", b"c'd.jpg", 1 << 20, 1),
+                               (b"D1", b"b.jpg", 10 << 20, 0)))})
+        (self.images / "b.jpg").unlink()
+        page = re.sub("(?s)<style>.*</style>", "<style></style>", self.sheet())
+        self.assertEqual(page, PAGE_OF_TWO_DEVICES.read_text(encoding="utf-8"))
 
     def test_links_lead_from_the_page_to_the_images(self):
         (self.folder / "sub/deep").mkdir(parents=True)
@@ -202,7 +212,12 @@ class SheetTest(CommandTestCase):
 
     def test_empty_cache(self):
         self.write({"i": b""})
-        self.assertIn("The cache holds no thumbnails", self.sheet())
+        page = self.sheet()
+        self.assertIn('<p class="empty">The cache holds no thumbnails.</p>\n</body></html>\n', page)
+        self.assertEqual(Page(page).summary, ["thumbnails", "0", "devices", "0", "of 100 MiB", "0 B",
+                                              "full", "0.00 %"])
+        self.write({"i": b'<Type=0,Path="c/D1",URL="c/D1/a.jpg",Size=1,Devicetype=0>\r\n'})
+        self.assertEqual(Page(self.sheet()).summary[:4], ["thumbnail", "1", "device", "1"])
 
 
 if __name__ == "__main__":
