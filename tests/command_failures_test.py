@@ -133,6 +133,23 @@ class FailuresTest(CheckTestCase):
                     before[self.cache.index] = self.cache.index.read_bytes()
                 self.assertEqual(self.files(), before)
 
+    def test_repair_that_fails_anywhere_loses_nothing(self):
+        for call in "open", "openat", "read", "fstatat", "unlinkat":
+            for skipped in range(0, 15, 3):
+                with self.subTest(call, skipped=skipped):
+                    self.make_cache()
+                    self.cache.append(b"text")
+                    self.cache.put("x.jpg", b"")
+                    path = "/i" if call == "open" else ".jpg"
+                    run = self.run_command("check i --repair",
+                                           env=self.failing(call, "EIO", path, skipped))
+                    self.assertIn(run.returncode, (1, 4, 8))
+                    self.assertEqual(self.cache.recorded(), ALL)
+                    self.assertLessEqual(set(ALL), set(self.cache.there()))
+                    self.assertIn(self.run_command("check i --repair").returncode,
+                                  (0,) if run.returncode == 1 else (0, 1))
+                    self.assertEqual(self.check(0), self.sound())
+
     def test_image_that_cannot_be_removed_stays_and_is_told(self):
         self.make_cache()
         self.cache.put("x.jpg", b"")

@@ -35,6 +35,8 @@ class RepairTest(CheckTestCase):
             "i: at 'text': text that belongs to no record", finding,
             "rewrote i with the records of 3 thumbnails", "i: not mended:", finding)))
         self.assertEqual(self.cache.recorded(), ALL)
+        self.cache.index.write_bytes(re.findall(FOLDER, self.cache.index.read_bytes())[0])
+        self.check_findings([finding])
 
     def test_index_that_cannot_be_written_stays(self):
         self.make_cache()

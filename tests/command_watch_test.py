@@ -49,6 +49,11 @@ class SavingWatchTest(CommandTestCase):
         super().setUp()
         self.sticks = self.with_sticks()
         self.watch = None
+        self.tells = False  # on standard error
+
+    def tearDown(self):
+        if self.watch is not None and not self.tells:
+            self.assertEqual(self.errors(), "")
 
     def start(self, words, **settings):
         self.watch = super().start(words, **settings)
@@ -183,12 +188,14 @@ class SavingWatchTest(CommandTestCase):
         self.assertEqual(self.names(), ["a_b_[31m"])
 
     def test_cache_that_takes_nothing_is_told_with_the_first_picture(self):
+        self.tells = True
         self.write({"usb/D1/a.png": png(6, 4), "usb/D1/b.png": png(6, 4), "c/D1": b""})
         self.start_saving()
         self.check_lines(f"saved 0 thumbnails of {USB}D1")
         self.assertRegex(self.errors(), f"^{USB}D1/a.png: the folder {self.folder}/c/D1: .*\n$")
 
     def test_index_that_cannot_be_read_is_told_and_the_next_stick_served(self):
+        self.tells = True
         self.write({f"usb/{stick}/p.png": png(6, 4) for stick in ("D1", "D2", "D3")})
         self.start_saving()
         self.check_lines(f"saved 1 thumbnails of {USB}D1")
@@ -205,6 +212,7 @@ class SavingWatchTest(CommandTestCase):
                          f"saved 1 thumbnails of {USB}D2")
 
     def test_what_cannot_be_read_is_reported_and_the_rest_saved(self):
+        self.tells = True
         self.write({"usb/D1/a.png": b"text", "usb/D1/b.png": png(6, 4)})
         deep = self.nest_folders(self.folder / "usb/D1")
         self.attach("D1", "missing")
