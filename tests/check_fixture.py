@@ -111,8 +111,8 @@ class CheckTestCase(CommandTestCase):
         removed = sorted(f"removed c/D1/{path.name}" for path in before.keys() - after.keys()
                          if path.parent == self.cache.images)
         self.assertEqual(output.splitlines(True), [line + "\n" for line in (
-            *findings, *([rewrote] if before[self.cache.index] != after[self.cache.index] else []), *removed,
-            f"i: {count(len(findings), 'finding')}, all mended")] + [self.sound()])
+            *findings, *([rewrote] if before[self.cache.index] != after[self.cache.index] else []),
+            *removed, f"i: {count(len(findings), 'finding')}, all mended")] + [self.sound()])
         self.assertEqual(self.check(0, "--repair"), self.sound())
         self.assertEqual(self.files(), after)
 

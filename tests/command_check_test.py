@@ -30,6 +30,8 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
     "image without width": (lambda c: c.put("a.jpg", SMALL.replace(b"\0\4\0\6", b"\0\4\0\0")),
                             [A + CUT_SHORT], NO_A),
     "image without two bytes": (lambda c: c.cut("a.jpg", 3), [A + CUT_SHORT], NO_A),
+    "marker without its segment": (lambda c: c.put("a.jpg", SMALL[:-2] + b"\xff\xfe\xff\xd9"),
+                                   [A + CUT_SHORT], NO_A),
     "wrong size": (lambda c: [c.put("a.jpg", SMALL), c.edit(rb'(/a.jpg",Size=)\d+', rb"\g<1>7")],
                    [A + f"the image has {len(SMALL)} bytes, its record says 7"], ALL),
     "unnamed image": (lambda c: c.put("x.jpeg", SMALL), ["c/D1/x.jpeg: " + UNNAMED], ALL),

@@ -53,7 +53,6 @@ PAIRS = {"media_content_connect": "media_content_disconnect",
 class FailuresTest(CheckTestCase):
     def setUp(self):
         super().setUp()
-        # pylint: disable-next=consider-using-with
         self.calls = tempfile.NamedTemporaryFile("r", encoding="utf-8")
         self.addCleanup(self.calls.close)
 
@@ -91,9 +90,10 @@ class FailuresTest(CheckTestCase):
         before = self.files()
         for failure, finding in CHECKING.items():
             with self.subTest(failure):
-                self.check_run(failure, "check i", f"{finding}\ni: 1 finding; --repair mends what can be "
-                               "mended\n", "", 4)
-                self.check_run(failure, "check i --repair", f"{finding}\ni: not mended:\n{finding}\n", "", 4)
+                self.check_run(failure, "check i", f"{finding}\ni: 1 finding; --repair mends what can "
+                               "be mended\n", "", 4)
+                self.check_run(failure, "check i --repair",
+                               f"{finding}\ni: not mended:\n{finding}\n", "", 4)
                 self.assertEqual(self.files(), before)
 
     def test_folder_that_cannot_be_listed_ends_the_check(self):
@@ -126,8 +126,8 @@ class FailuresTest(CheckTestCase):
                 before = self.files()
                 offset = len(self.cache.index.read_bytes()) - 11
                 self.check_run(
-                    failure, "check i --repair", f"i: at byte {offset}, 9 bytes: a record that does not load: "
-                    "type 7 is unknown\nc/D1/x.jpg: an image that no record names\n",
+                    failure, "check i --repair", f"i: at byte {offset}, 9 bytes: a record that does "
+                    "not load: type 7 is unknown\nc/D1/x.jpg: an image that no record names\n",
                     "the index i cannot be rewritten (ZEL_LOG_LEVEL=info shows why)", 8)
                 if failure[0] == "fsync":  # which comes when the new one is in its place
                     before[self.cache.index] = self.cache.index.read_bytes()
