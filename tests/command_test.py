@@ -44,6 +44,7 @@ RIGHT = {  # by command line: what the output holds
     **{f"{SAVE} p.png {options}": "saved|kept" for options in
        ("", "--size 1", "--size 4096", "--mount M1", "--camera", "--device D --camera",
         "--jobs 256", "--verbose")},
+    "save --index=i --cache=c= --device D1 -- p.png": "c=/D1/p-",
     "save --index i --cache c --device D1 large.png": "256x1",  # the size when none is given
     "list i": "D1", "list --json i": "D1", "list --bytes i": "BYTES", "stats i": "D1",
     "stats --json i": "D1", "sheet i": "D1", "sheet --embed i": "D1"}
