@@ -34,10 +34,15 @@ void FakePlatform::Note(char kind, const std::string& text) {
     lines += (lines.empty() ? "" : "|") + std::string(1, char(locked ? kind + 'a' - 'A' : kind));
     lines += " " + text;
 }
-static int Release(const char* call, void* handle, int result = 0) {
+static int ResultOf(const std::string& call) {
+    const InPlatform busy;
+    const auto result = g_platform->results.find(call);
+    return result == g_platform->results.end() ? 0 : result->second;
+}
+static int Release(const char* call, void* handle) {
     g_platform->Note('P', call);
     EXPECT_TRUE(handle == nullptr || g_platform->live.erase(handle) == 1);
-    return result;
+    return ResultOf(call);
 }
 
 extern "C" {
@@ -65,27 +70,26 @@ int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {
 int media_content_connect(void) {
     g_platform->Note('P', "connect");
     ++g_platform->connects;
-    const int result = g_platform->onConnect();
+    g_platform->onConnect();
+    const int result = ResultOf("connect");
     g_platform->connections += result == 0;
     return result;
 }
 int media_content_disconnect(void) {
     g_platform->Note('P', "disconnect");
     --g_platform->connections;
-    return ++g_platform->disconnects, g_platform->disconnectResult;
+    return ++g_platform->disconnects, ResultOf("disconnect");
 }
 
 int media_filter_create(media_filter_h* filter) {
     g_platform->Note('P', "filter_create");
     const InPlatform busy;
-    if (g_platform->passes + 1 == g_platform->failingFilter)
-        return -1;
-    g_platform->live.insert(*filter = g_platform);
-    return 0;
+    const int result = ResultOf("filter" + std::to_string(g_platform->passes + 1));
+    if (result == 0)
+        g_platform->live.insert(*filter = g_platform);
+    return result;
 }
-int media_filter_destroy(media_filter_h filter) {
-    return Release("filter_destroy", filter, g_platform->filterDestroyResult);
-}
+int media_filter_destroy(media_filter_h filter) { return Release("filter_destroy", filter); }
 int media_storage_foreach_storage_from_db(media_filter_h filter, media_storage_cb callback,
                                           void* data) {
     EXPECT_EQ(g_platform->live.count(filter), 1U);
@@ -93,15 +97,16 @@ int media_storage_foreach_storage_from_db(media_filter_h filter, media_storage_c
     g_platform->onPass(++g_platform->passes);
     for (_zel_storage_s& storage : g_platform->database)
         EXPECT_TRUE(callback(&storage, data));
-    return 0;
+    return ResultOf("foreach");
 }
 
 int media_storage_clone(media_storage_h* out, media_storage_h source) {
     g_platform->Note('P', "clone");
     const InPlatform busy;
-    if (g_platform->cloneResult == 0)
+    const int result = ResultOf("clone");
+    if (result == 0)
         g_platform->live.insert(*out = new _zel_storage_s(StorageOf(source)));
-    return g_platform->cloneResult;
+    return result;
 }
 int media_storage_destroy(media_storage_h storage) {
     delete &StorageOf(storage);
@@ -115,12 +120,13 @@ int media_storage_get_storage_id(media_storage_h storage, char** id) {
 }
 
 int zel_get_usb_list(enum zel_storage_device_type type, void** list) {
-    g_platform->Note('P', type == ZEL_STORAGE_DEVICE_TYPE_USB ? "list usb" : "list ptp");
+    const std::string kind = type == ZEL_STORAGE_DEVICE_TYPE_USB ? "usb" : "ptp";
+    g_platform->Note('P', "list " + kind);
     const InPlatform busy;
-    FakePlatform::Devices& devices = g_platform->devices[type];
-    if (devices.result == 0)
-        g_platform->live.insert(*list = &devices);
-    return devices.result;
+    const int result = ResultOf(kind);
+    if (result == 0)
+        g_platform->live.insert(*list = &g_platform->devices[type]);
+    return result;
 }
 int zel_storage_get_list_count(void* list) {
     return DevicesOf(list).count.value_or(static_cast<int>(DevicesOf(list).storages.size()));

@@ -22,16 +22,16 @@ struct FakePlatform {
     void Note(char kind, const std::string& text);
 
     struct Devices {
-        int result = 0;
         std::vector<std::optional<_zel_storage_s>> storages = {};
         std::optional<int> count = {};  // to lie about their number
     };
-    std::map<int, Devices> devices;                     // by kind
-    std::vector<_zel_storage_s> database;               // of media content
-    std::function<void(int)> onPass = [](int) {};       // before its nth reading, the first is 1
-    std::function<int()> onConnect = [] { return 0; };  // gives the result
-    int failingFilter = 0;                              // the number of the one not made
-    int filterDestroyResult = 0, cloneResult = 0, disconnectResult = 0;
+    std::map<int, Devices> devices;                // by kind
+    std::vector<_zel_storage_s> database;          // of media content
+    std::function<void(int)> onPass = [](int) {};  // before its nth reading, the first is 1
+    std::function<void()> onConnect = [] {};
+    // What calls give that do not give 0, by their names in the log; "usb" and "ptp" are the lists,
+    // and "filter" with a number is the filter of that pass.
+    std::map<std::string, int> results;
     std::atomic<int> connects{0}, disconnects{0}, passes{0};
     std::atomic<int> connections{0};  // that are open
     std::set<void*> live;             // lists, filters and clones that are not released

@@ -227,9 +227,10 @@ Scenario::State Scenario::Known() {
     State known;
     if (Engine::m_pObj == nullptr)
         return known;
-    for (const auto* map : {&TheEngine().m_MountPathMap, &TheEngine().m_PtpDeviceMap})
-        for (const auto& [id, place] : *map)
-            known["knows " + id] = " at " + place;
+    for (const auto& [id, place] : TheEngine().m_MountPathMap)
+        known["knows " + id] = " at " + place;
+    for (const auto& [id, mark] : TheEngine().m_PtpDeviceMap)
+        known["knows camera " + id] = " as " + mark;
     known["accounts"] = " for " + std::to_string(TheEngine().m_CacheSize) + " bytes";
     Engine fresh;
     fresh.m_strCachePath = TheEngine().m_strCachePath;

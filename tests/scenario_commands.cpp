@@ -40,13 +40,11 @@ _zel_storage_s Scenario::StorageOf(const std::string& word) {
     return {keep(word.substr(sign + 1)), keep(word.substr(0, sign))};
 }
 
-// Each storage as above, or "none" in its place; "fails" and "uncounted" are answers for all.
+// Each storage as above, or "none" in its place; "uncounted" is an answer for all.
 void Scenario::Attach(int kind, const Words& words) {
     FakePlatform::Devices& devices = platform.devices[kind] = {};
     for (const std::string& word : words)
-        if (word == "fails")
-            devices.result = -1;
-        else if (word == "uncounted")
+        if (word == "uncounted")
             devices.count = -1;
         else if (word == "none")
             devices.storages.emplace_back();
@@ -200,17 +198,15 @@ const std::map<std::string, Scenario::Command>& Scenario::Commands() {
                      self.platform.database = late;
              };
          }},
-        {"refuse",
+        {"refuse",  // the calls CALL or CALL=RESULT
          [](auto& self, auto words) {
-             const auto result = [&](const char* call) {
-                 return std::count(words.begin(), words.end(), call) == 0 ? 0 : -1;
-             };
              self.platform.passes = 0;
-             self.platform.onConnect = [connect = result("connect")] { return connect; };
-             self.platform.failingFilter = -result("filter1") - 2 * result("filter2");
-             self.platform.disconnectResult = result("disconnect");
-             self.platform.filterDestroyResult = result("filter_destroy");
-             self.platform.cloneResult = result("clone");
+             self.platform.results.clear();
+             for (const std::string& word : words) {
+                 const std::size_t sign = word.find('=');
+                 self.platform.results[word.substr(0, sign)] =
+                     sign == word.npos ? -1 : std::stoi(word.substr(sign + 1));
+             }
          }},
         // The files
         {"write",

@@ -55,6 +55,11 @@ static std::string PathOf(int file) {
         return ".";
     return path.data();
 }
+static std::string Octal(mode_t mode) {
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), " %04o", mode);
+    return text.data();
+}
 #define TRACE(call, what)                                        \
     if (IsTraced()) {                                            \
         const InPlatform busy;                                   \
@@ -144,9 +149,11 @@ CALL(int, ftruncate, -1, PathOf(file) + " " + std::to_string(size), (int file, o
         return Refuse(#name) ? -1 : 0;      \
     }
 FLUSH(fdatasync, (int file), "")
-FLUSH(sync_file_range, (int file, off_t, off_t, unsigned flags), " " + std::to_string(flags))
-CALL(int, fchmod, -1, PathOf(file), (int file, mode_t mode) noexcept, file, mode)
-CALL(int, fchown, -1, PathOf(file), (int file, uid_t user, gid_t group) noexcept, file, user, group)
+FLUSH(sync_file_range, (int file, off_t at, off_t size, unsigned flags),
+      " " + std::to_string(at) + " " + std::to_string(size) + " " + std::to_string(flags))
+CALL(int, fchmod, -1, PathOf(file) + Octal(mode), (int file, mode_t mode) noexcept, file, mode)
+CALL(int, fchown, -1, PathOf(file) + (user + 1 ? " user" : "") + (group + 1 ? " group" : ""),
+     (int file, uid_t user, gid_t group) noexcept, file, user, group)
 CALL(int, rename, -1, from + (std::string(" ") + to), (const char* from, const char* to) noexcept,
      from, to)
 CALL(int, mkdir, -1, path, (const char* path, mode_t mode) noexcept, path, mode)

@@ -4,19 +4,20 @@
 struct Threads : CacheTest {
     // Starts a creation that stays in the connection to the database until `connection` is set.
     void StartHeldCreation() {
-        platform.onConnect = [held = connection.get_future().share()] { return held.get(); };
+        platform.onConnect = [held = connection.get_future().share()] { held.wait(); };
         ASSERT_TRUE(engine->Create(index.c_str()));
         while (platform.connects == 0)
             std::this_thread::yield();
     }
-    std::promise<int> connection;
+    std::promise<void> connection;
 };
 
 TEST_F(Threads, saveThatArrivesDuringCreationWaitsForIt) {
     StartHeldCreation();
-    ASSERT_TRUE(engine->Create((root + "/next").c_str()));  // taken over by the second worker
+    for (const char* path : {"/other", "/next"})  // the last one is taken over by the second worker
+        ASSERT_TRUE(engine->Create((root + path).c_str()));
     auto saver = std::async(std::launch::async, [this] { return Save("dev0/a.jpg"); });
-    connection.set_value(0);
+    connection.set_value();
     EXPECT_TRUE(saver.get());
     engine->m_AwaitWorkers();
     EXPECT_EQ(Content(*engine), " dev0 $/dev0/a.jpg");
@@ -28,7 +29,7 @@ TEST_F(Threads, engineIsDestroyedOnlyAfterItsWorkers) {
     ASSERT_TRUE(engine->Create(index.c_str()));
     ASSERT_TRUE(engine->Create(index.c_str()));
     auto owner = std::async(std::launch::async, [this] { engine.reset(); });
-    connection.set_value(0);
+    connection.set_value();
     owner.get();
     EXPECT_EQ(platform.connects, 1);
     EXPECT_EQ(platform.disconnects, 1);
