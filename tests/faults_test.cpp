@@ -191,6 +191,7 @@ TEST_F(Faulty, shortMemoryIsAnsweredAndTold) {
     Engine fresh;
     Log();
     std::string mount = gone.path;
+    std::vector<void*> noStorages;
     const std::string record = "W Out of memory.", failed = " failed: std::bad_alloc",
                       engineless = "|W no engine: std::bad_alloc",
                       create = "I start CZELThumbFlashCache::Create";
@@ -204,6 +205,10 @@ TEST_F(Faulty, shortMemoryIsAnsweredAndTold) {
          "I zel_thumbnail_flash_cache_init" + engineless},
         {[&] { return zel_thumbnail_flash_cache_save_file(param, pixels.data(), nullptr); },
          "I zel_thumbnail_flash_cache_save_file" + engineless},
+        {[&] { return engine->CreateDir(gone.path); }, "W CreateDir" + failed},
+        {[&] { return engine->RemoveDir(gone.path); }, "W RemoveDir" + failed},
+        {[&] { return !Engine::s_GetStorageCallback(storage, &noStorages); },
+         "W a storage is left out: std::bad_alloc"},
         {[&] { return engine->m_RefreshThumbFile(); },
          "I m_RefreshThumbFile...~|W m_RefreshThumbFile" + failed},
 #ifndef ZEL_SANITIZED  // they make such arrays

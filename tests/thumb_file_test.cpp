@@ -59,8 +59,11 @@ TEST_F(ThumbFile, recordsThatLackATextAreLeftOutOfARewrite) {
     engine->m_ThumbFolderList.front()->Sid.clear();
     engine->m_ThumbFolderList.back()->Path.clear();
     engine->m_ThumbItemList.front()->Path.clear();
+    Log();
     EXPECT_TRUE(engine->m_RefreshThumbFile());
     EXPECT_EQ(Read(), "");
+    const std::string left = "|I strSid or strPath is empty###~";
+    EXPECT_EQ(Log(), "I m_RefreshThumbFile...~" + left + left);
 }
 
 // Whatever the texts are, a record is refused, or read back as it is and nothing else with it.
