@@ -90,8 +90,6 @@ TEST_F(Interface, longestRowAndHighestColumnAreSavedAndAnImageWithoutANameIsNot)
     EXPECT_EQ(Log(), "I can not find / in path:");
     EXPECT_FALSE(engine->m_JpegSave(line.data(), nullptr, 1, 0, nullptr));
     EXPECT_EQ(Log(), "I m_JpegSave [] failed: 1 x 0 is outside 1 to 65500 pixels~");
-#if !defined(__SANITIZE_ADDRESS__)  // with it goes a check that forbids null to open()
     EXPECT_FALSE(engine->m_JpegSave(line.data(), nullptr, 1, 1, nullptr));
     EXPECT_EQ(Log(), "I can't open filename[] errno=14~");
-#endif
 }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,10 +12,21 @@
 
 #include "util/release.h"
 
+namespace {
+
+int OpenNew(const char* filename) {
+    if (filename == nullptr) {
+        errno = EFAULT;
+        return -1;
+    }
+    // Without O_NONBLOCK a named pipe that nobody reads would stop every save here.
+    return open(filename, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, newFileMode);
+}
+
+}  // namespace
+
 CZELImageFile::CZELImageFile(const char* filename)
-    : m_Filename(filename),
-      // Without O_NONBLOCK a named pipe that nobody reads would stop every save here.
-      m_File(open(filename, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC, newFileMode)) {}
+    : m_Filename(filename), m_File(OpenNew(filename)) {}
 
 CZELImageFile::~CZELImageFile() {
     if (IsOpen()) {
