@@ -27,7 +27,8 @@ CHECKING = {  # by what fails: what is found
     ("fstat", "EIO", "/c/D1"): "c/D1: the folder cannot be looked into: Input/output error"}
 LISTING = {  # by what fails: what is said
     ("openat", "EMFILE", "."): "a device's folder: Too many open files",
-    ("fdopendir", "ENOMEM", "/c/D1"): "a device's folder: Cannot allocate memory"}
+    ("fdopendir", "ENOMEM", "/c/D1"): "a device's folder: Cannot allocate memory",
+    ("readdir", "EIO", "/c/D1"): "a device's folder: Input/output error"}
 SAVING = {  # by command line and what fails: what is said
     ("p.png", "realpath", "EACCES", "/p.png"): "p.png: Permission denied",
     ("p.png", "stat", "EIO", "p.png"): "p.png: Input/output error",

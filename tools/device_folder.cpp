@@ -14,6 +14,10 @@ namespace {
 
 constexpr std::size_t kReadSize = std::size_t{64} * 1024;
 
+[[noreturn]] void ThrowError() {
+    throw std::system_error(errno, std::generic_category(), "a device's folder");
+}
+
 }  // namespace
 
 DeviceFolder::DeviceFolder(const std::string& path)
@@ -29,14 +33,19 @@ std::vector<std::string> DeviceFolder::Names() const {
     const int again = openat(directory_.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const CZELHandle<DIR, closedir> directory(again < 0 ? nullptr : fdopendir(again));
     if (directory == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "a device's folder");
+        ThrowError();
     }
     std::vector<std::string> names;
+    errno = 0;  // the end of the folder leaves it so, a failure does not
     while (const dirent* entry = readdir(directory.get())) {
         const std::string name = entry->d_name;
         if (name != "." && name != "..") {
             names.push_back(name);
         }
+        errno = 0;
+    }
+    if (errno != 0) {
+        ThrowError();
     }
     std::sort(names.begin(), names.end());
     return names;
