@@ -34,6 +34,9 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
                                    [A + CUT_SHORT], NO_A),
     "wrong size": (lambda c: [c.put("a.jpg", SMALL), c.edit(rb'(/a.jpg",Size=)\d+', rb"\g<1>7")],
                    [A + f"the image has {len(SMALL)} bytes, its record says 7"], ALL),
+    "wrong size of a large number": (
+        lambda c: [c.put("a.jpg", SMALL), c.edit(rb'(/a.jpg",Size=)\d+', rb"\g<1>70000")],
+        [A + f"the image has {len(SMALL)} bytes, its record says 70000"], ALL),
     "unnamed image": (lambda c: c.put("x.jpeg", SMALL), ["c/D1/x.jpeg: " + UNNAMED], ALL),
     "unnamed images": (lambda c: [c.put(f"{name}.jpg", b"") for name in "zxvyw"],
                        [f"c/D1/{name}.jpg: {UNNAMED}" for name in "vwxyz"], ALL),
@@ -77,6 +80,9 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
         "i: at '<Typ=0,>': a record that does not load: parse Type failed"], ALL),
     "folder record that does not load": (lambda c: c.append(b'<Type=1,Sid="D1">\r\n'), [
         "i: at '<Type=1,Sid=\"D1\">': a record that does not load: parse folder path failed"], ALL),
+    "record without a kind of device": (lambda c: c.edit(rb'(a.jpg",Size=\d+,Devicetype=)\d', rb"\1"), [
+        f"i: at '{RECORD % 'a'}Size=N,Devicetype=>': a record that does not load: parse device type "
+        "failed", A + UNNAMED], NO_A),
     "record without a size": (lambda c: c.edit(rb'(a.jpg",)Size=', rb"\g<1>"), [
         f"i: at '{RECORD % 'a'}N,Devicetype=0>': a record that does not load: parse Size failed",
         A + UNNAMED], NO_A),

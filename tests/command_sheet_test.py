@@ -78,6 +78,7 @@ class SheetTest(CommandTestCase):
     def test_page_shows_every_thumbnail(self):
         page = Page(self.sheet())
         self.assertEqual(page.names, ["a.jpg", "b.jpg"])
+        self.assertEqual(page.summary[:4], ["thumbnails", "2", "device", "1"])
         self.assertEqual([image["src"] for image in page.images], ["c/D1/a.jpg", "c/D1/b.jpg"])
         self.assertEqual([(image["width"], image["height"], image["loading"])
                           for image in page.images], [("60", "40", "lazy"), ("40", "60", "lazy")])
@@ -129,6 +130,7 @@ class SheetTest(CommandTestCase):
                          ["../c/D1/a.jpg", "../c/D1/b.jpg"])
 
     def test_embedded_images_are_in_the_page(self):
+        os.truncate(self.images / "b.jpg", 200000)
         page = Page(self.sheet("--embed"))
         data = [base64.b64decode(image["src"].removeprefix("data:image/jpeg;base64,"),
                                  validate=True) for image in page.images]

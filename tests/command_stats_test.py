@@ -22,7 +22,7 @@ class StatsTest(CommandTestCase):
     def setUp(self):
         super().setUp()
         self.write({"i": b"".join((
-            b'<Type=1,Sid="D1",Path="c/D1",Devicetype=0>\r\n', record(b"D1", b"a.jpg", 10 * MIB),
+            2 * b'<Type=1,Sid="D1",Path="c/D1",Devicetype=0>\r\n', record(b"D1", b"a.jpg", 10 * MIB),
             record(b"D\x1b[31m", b"\n\xff.jpg", 1000, 1), record(b"D1", b"b.jpg", 20 * MIB))),
                     "c/D1/a.jpg": jpeg(6, 4, 1), "c/D1/b.jpg": jpeg(6, 4, 1)})
         os.utime(self.folder / "c/D1/b.jpg", (86400, 86400))
@@ -37,7 +37,7 @@ class StatsTest(CommandTestCase):
             "            " + "\u2588" * 13 + "\u2591" * 27 + " 30.00 %",
             "size        median 10 MiB, largest 20 MiB",
             "room        6 more of the median size",
-            "index       4 records",
+            "index       5 records",
             "",
             "KIND   ID     THUMBNAILS   SIZE OLDEST           NEWEST",
             "usb    D1              2 30 MiB 1970-01-02 02:00 1970-01-11 02:00",
@@ -45,7 +45,7 @@ class StatsTest(CommandTestCase):
 
     def test_statistics_as_json(self):
         self.assertEqual(json.loads(self.run_command("stats i --json").stdout), {
-            "thumbnails": 3, "bytes": 30 * MIB + 1000, "ceiling": 100 * MIB, "records": 4,
+            "thumbnails": 3, "bytes": 30 * MIB + 1000, "ceiling": 100 * MIB, "records": 5,
             "median": 10 * MIB, "largest": 20 * MIB, "room": 6, "devices": [
                 {"kind": "usb", "id": "D1", "thumbnails": 2, "bytes": 30 * MIB,
                  "oldest": "1970-01-02T00:00:00Z", "newest": "1970-01-11T00:00:00Z"},
@@ -63,13 +63,17 @@ class StatsTest(CommandTestCase):
         (self.folder / "c/D1/a.jpg").unlink()
         device, _ = json.loads(self.run_command("stats i --json").stdout)["devices"]
         self.assertEqual([device["oldest"], device["newest"]], ["1970-01-02T00:00:00Z"] * 2)
+        (self.folder / "c/D1/a.jpg").symlink_to("b.jpg")  # which has a time of its own
+        os.utime(self.folder / "c/D1/a.jpg", (0, 4 * 86400), follow_symlinks=False)
+        device, _ = json.loads(self.run_command("stats i --json").stdout)["devices"]
+        self.assertEqual(device["newest"], "1970-01-05T00:00:00Z")
 
     def test_folders_of_one_name_are_told_apart(self):
-        other = record(b"D1", b"a.jpg", 9).replace(b"c/D1", b"d/D1")
-        self.write({"i": other + record(b"D1", b"a.jpg", 7)})
+        other = record(b"D1.0", b"a.jpg", 9).replace(b"c/D", b"d/D")
+        self.write({"i": other + record(b"D1.0", b"a.jpg", 7)})
         devices = json.loads(self.run_command("list i --json").stdout)["devices"]
-        self.assertEqual([(device["path"], device["bytes"]) for device in devices],
-                         [("d/D1", 9), ("c/D1", 7)])
+        self.assertEqual([(device["id"], device["path"], device["bytes"]) for device in devices],
+                         [("D1.0", "d/D1.0", 9), ("D1.0", "c/D1.0", 7)])
 
     def test_names_reach_the_output_without_control_characters(self):
         for line in "list i", "stats i":
