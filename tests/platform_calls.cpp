@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -93,8 +94,13 @@ ssize_t read(int file, void* data, size_t size) {
     return sizeof(inotify_event);
 }
 int poll(pollfd* files, nfds_t count, int timeout) {
-    const bool fails = is_in_library(__builtin_return_address(0), "libzel") &&
-                       (interrupts() || g_platform_calls.fails("poll"));
+    const bool is_of_platform = is_in_library(__builtin_return_address(0), "libzel");
+    if (is_of_platform && g_platform_calls.first_wait_blocks == -1) {
+        sigset_t blocked;
+        pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+        g_platform_calls.first_wait_blocks = sigismember(&blocked, SIGTERM);
+    }
+    const bool fails = is_of_platform && (interrupts() || g_platform_calls.fails("poll"));
     return fails ? -1 : NEXT(poll)(files, count, timeout);
 }
 ssize_t write(int file, const void* data, size_t size) {

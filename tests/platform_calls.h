@@ -27,6 +27,9 @@ struct PlatformCalls {
     bool fails(std::string_view function) const {
         return failing == function && (errno = error, true);
     }
+    // Whether SIGTERM is blocked when the platform waits for the first time after a -1. Later the
+    // thread may have the mask of another one, as the mock devices keep it in one place.
+    std::atomic<int> first_wait_blocks{-1};
     std::atomic<int> inotify{-1};             // the last that was made
     std::function<void()> on_events = [] {};  // before every look at what it has to tell
     std::atomic<bool> overflowing{false};     // it tells only that it had too much to tell

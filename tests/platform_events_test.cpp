@@ -87,6 +87,15 @@ TEST_F(LinuxPlatform, EventsFollowTheMountTableFromRegistrationToItsEnd) {
     EXPECT_EQ(zel_storage_unregister_event_cb(), 0);
 }
 
+TEST_F(LinuxPlatform, EventsLeaveTheSignalsToTheThreadsOfTheHost) {
+    g_platform_calls.first_wait_blocks = -1;
+    replace_table(kStick);
+    ASSERT_EQ(zel_storage_register_event_cb(record, events_), 0);
+    wait_for_other_threads();
+    EXPECT_EQ(g_platform_calls.first_wait_blocks, 1);
+    EXPECT_EQ(zel_storage_unregister_event_cb(), 0);
+}
+
 TEST_F(LinuxPlatform, EventsLeaveOutNoChangeBetweenTheFirstListAndTheWatch) {
     g_platform_calls.on_watch = [&] { replace_table(kStickB); };
     ASSERT_EQ(zel_storage_register_event_cb(record, events_), 0);
