@@ -29,6 +29,9 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
                              [A + CUT_SHORT], NO_A),
     "image without width": (lambda c: c.put("a.jpg", SMALL.replace(b"\0\4\0\6", b"\0\4\0\0")),
                             [A + CUT_SHORT], NO_A),
+    "bytes between two segments": (
+        lambda c: c.put("a.jpg", SMALL.replace(b"\xff\xdb", b"\x58\0\2\xff\xdb", 1)),
+        [A + CUT_SHORT], NO_A),
     "image without two bytes": (lambda c: c.cut("a.jpg", 3), [A + CUT_SHORT], NO_A),
     "marker without its segment": (lambda c: c.put("a.jpg", SMALL[:-2] + b"\xff\xfe\xff\xd9"),
                                    [A + CUT_SHORT], NO_A),
@@ -80,9 +83,10 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
         "i: at '<Typ=0,>': a record that does not load: parse Type failed"], ALL),
     "folder record that does not load": (lambda c: c.append(b'<Type=1,Sid="D1">\r\n'), [
         "i: at '<Type=1,Sid=\"D1\">': a record that does not load: parse folder path failed"], ALL),
-    "record without a kind of device": (lambda c: c.edit(rb'(a.jpg",Size=\d+,Devicetype=)\d', rb"\1"), [
-        f"i: at '{RECORD % 'a'}Size=N,Devicetype=>': a record that does not load: parse device type "
-        "failed", A + UNNAMED], NO_A),
+    "record of an unknown kind of device": (
+        lambda c: c.edit(rb'(a.jpg",Size=\d+,Devicetype=)\d', rb"\g<1>7"), [
+            f"i: at '{RECORD % 'a'}Size=N,Devicetype=7>': a record that does not load: unknown device "
+            "type", A + UNNAMED], NO_A),
     "record without a size": (lambda c: c.edit(rb'(a.jpg",)Size=', rb"\g<1>"), [
         f"i: at '{RECORD % 'a'}N,Devicetype=0>': a record that does not load: parse Size failed",
         A + UNNAMED], NO_A),
