@@ -41,6 +41,7 @@ CALL(int, mnt_table_set_parser_errcb, -errno,
      (libmnt_table * of, int (*refuse)(libmnt_table*, const char*, int)), (of, refuse))
 CALL(int, mnt_table_parse_stream, -errno, (libmnt_table * of, FILE* from, const char* name),
      (of, from, name))
+CALL(int, mnt_table_get_nents, 0, (libmnt_table * of), (of))
 CALL(const char*, mnt_fs_get_target, nullptr, (libmnt_fs * of), (of))
 CALL(libmnt_iter*, mnt_new_iter, nullptr, (int direction), (direction))
 CALL(libmnt_monitor*, mnt_new_monitor, nullptr, (), ())

@@ -1,6 +1,7 @@
 // What the services of the Linux platform list.
 #include "linux_platform.h"
 
+#include <boost/algorithm/string/replace.hpp>
 #include <sstream>
 
 #include "zel_platform_media_content.h"
@@ -94,11 +95,17 @@ TEST_F(LinuxPlatform, WhatIsKnownOfTheLastTimeStaysAsLongAsThereIsAConnection) {
         set_property("1-1/sdb1", "ID_FS_UUID", id);
         EXPECT_EQ(database(), id + "|/opt/storage/usb/a b\n");
     }
+    replace_table(boost::replace_all_copy(kStick, "a\\040b", "moved"));
+    EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/moved\n");
+    replace_table(kStick);
+    EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/a b\n");
     for (const std::string serial : {"C9", "C1"}) {
         set_property("1-2", "ID_SERIAL_SHORT", serial);
         EXPECT_EQ(listed(ZEL_STORAGE_DEVICE_TYPE_PTP), "|" + serial + "\n|C2\n");
     }
-    EXPECT_EQ(media_content_disconnect(), 0);
+    EXPECT_EQ(media_content_disconnect(), 0);  // one of the two
+    fs::remove(table_);
+    EXPECT_EQ(database(), "4D1C-9F07|/opt/storage/usb/a b\n");
     replace_table(kStickB + "#" + std::string(20000, ' ') + "\n" + kStick);
     const std::string both = database();
     EXPECT_EQ(both, "4D1C-9F07|/opt/storage/usb/a b\nB-UUID|/opt/storage/usb/b\n");
@@ -278,6 +285,7 @@ TEST_F(LinuxPlatform, WhatCannotBeReadFailsTheConnectionAndWhatIsAbsentDoesNot) 
         {"mnt_new_iter", ENOMEM, "std::bad_alloc"},
         {"mnt_table_set_parser_errcb", ENOMEM, "the mount table has a line that cannot be parsed"},
         {"mnt_table_parse_stream", ENOMEM, "the mount table has a line that cannot be parsed"},
+        {"mnt_table_get_nents", 0, "not every line of the mount table can be parsed"},
         {"mnt_fs_get_target", 0, "the mount table has a line without a mount point"},
         {"udev_device_new_from_devnum", ENOMEM, "a device: Cannot allocate memory"},
         {"udev_device_new_from_devnum", ENODEV, ""},

@@ -64,8 +64,9 @@ static void exit_in_a_new_program() {
 TEST(LinuxLog, DropsWhatIsBelowTheLevelOfTheEnvironment) {
     exit_in_a_new_program();
     const std::pair<const char*, const char*> cases[] = {
-        {nullptr, "567"}, {"", "567"},     {"debug", "34567"},    {"info", "4567"}, {"warn", "567"},
-        {"error", "67"},  {"INFO", "567"}, {"4", "4567"},         {"4x", "567"},    {" 4", "567"},
+        {nullptr, "567"}, {"", "567"},     {"debug", "34567"},    {"info", "4567"},
+        {"warn", "567"},  {"error", "67"}, {"INFO", "567"},       {"4", "4567"},
+        {"4x", "567"},    {" 4", "567"},   {"infox", "567"},      {"errors", "567"},
         {"-1", "234567"}, {"99", ""},      {"99999999999", "567"}};
     for (const auto& [level, printed] : cases) {
         unsetenv("ZEL_LOG_LEVEL");
