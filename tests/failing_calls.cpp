@@ -4,6 +4,7 @@
 // before, and the end of the path that they are about, as in "unlinkat 5 0 /x.jpg"; without a path,
 // all of them count. ZEL_CALLS is the file that gets a line for each call of the platform's
 // functions that are to be undone.
+//
 // The calls are defined by their plain names; the build gives them those for large files as well.
 #undef _FILE_OFFSET_BITS
 #undef _TIME_BITS
@@ -117,7 +118,6 @@ CALL(int, pthread_create, EAGAIN, "",
 CALL(GdkPixbuf*, gdk_pixbuf_apply_embedded_orientation, nullptr, "", (GdkPixbuf * of), of)
 CALL(GdkPixbuf*, gdk_pixbuf_scale_simple, nullptr, "",
      (const GdkPixbuf* of, int width, int height, GdkInterpType how), of, width, height, how)
-}
 
 PAIRED(media_content_connect, (void), ())
 PAIRED(media_content_disconnect, (void), ())
@@ -135,3 +135,4 @@ CALL(_zel_storage_s*, zel_storage_get_storage, nullptr, "", (int index, void* li
 CALL(const char*, zel_storage_get_mountpath, nullptr, "", (_zel_storage_s * of), of)
 CALL(const char*, zel_storage_get_serialnumber, nullptr, "", (_zel_storage_s * of), of)
 CALL(int, zel_thumbnail_flash_cache_init, 0, "", (const char* index), index)
+}

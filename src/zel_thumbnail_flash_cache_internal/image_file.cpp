@@ -15,7 +15,7 @@
 namespace {
 
 int OpenNew(const char* filename) {
-    if (filename == nullptr) {
+    if (filename == nullptr) {  // answered as the system would: open() itself must not get null
         errno = EFAULT;
         return -1;
     }
