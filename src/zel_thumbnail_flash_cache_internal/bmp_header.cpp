@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr unsigned char bytesPerPixel = 4;
+constexpr unsigned char bitsPerPixel = 32;
 
 void PutLittleEndian32(BmpHeader& header, std::size_t offset, int value) {
     const auto bits = static_cast<unsigned>(value);
@@ -19,7 +19,7 @@ void PutLittleEndian32(BmpHeader& header, std::size_t offset, int value) {
 int BmpFileSize(int xsize, int ysize) {
     constexpr std::uint32_t headerSize = sizeof(BmpHeader);
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(xsize) *
-                                         static_cast<std::uint32_t>(ysize) * bytesPerPixel +
+                                         static_cast<std::uint32_t>(ysize) * (bitsPerPixel / 8) +
                                      headerSize);
 }
 
@@ -31,7 +31,7 @@ BmpHeader MakeBmpHeader(int xsize, int ysize) {
     PutLittleEndian32(header, 14, 40);                               // size of the info header
     PutLittleEndian32(header, 18, xsize);
     PutLittleEndian32(header, 22, ysize);
-    header[26] = 1;                  // planes
-    header[28] = 8 * bytesPerPixel;  // bits per pixel
+    header[26] = 1;  // planes
+    header[28] = bitsPerPixel;
     return header;
 }

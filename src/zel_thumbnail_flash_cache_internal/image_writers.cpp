@@ -13,7 +13,6 @@
 namespace {
 
 constexpr std::size_t presetSize = 4096;
-constexpr std::size_t bytesPerPixel = 4;
 
 // From the bottom up. What a full disk cuts short shows in the size of the file.
 void AppendBmpRows(CZELImageFile& file, const unsigned char* buffer, int xsize, int ysize) {

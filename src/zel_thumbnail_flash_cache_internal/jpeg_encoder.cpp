@@ -12,7 +12,6 @@ namespace {
 static_assert(maxJpegSide == JPEG_MAX_DIMENSION);
 static_assert(sizeof(JpegError) >= JMSG_LENGTH_MAX);
 
-constexpr int bytesPerPixel = 4;
 constexpr int jpegQuality = 100;
 
 // A message of ours beside those of the library.
