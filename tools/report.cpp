@@ -17,8 +17,8 @@ void PrintError(const std::string& text) {
 
 }  // namespace
 
-std::string Printable(std::string text) {
-    std::replace_if(text.begin(), text.end(), IsControl, '?');
+std::string Printable(std::string text, char replacement) {
+    std::replace_if(text.begin(), text.end(), IsControl, replacement);
     return text;
 }
 

@@ -27,8 +27,8 @@ enum class SizeStyle { kBytes, kRounded };
 /** Prints how many thumbnails there are and how much of the cache they fill. */
 void PrintTotal(std::size_t thumbnails, std::uintmax_t bytes, SizeStyle style = SizeStyle::kBytes);
 
-/** The text with "?" for each control character, for a terminal. */
-std::string Printable(std::string text);
+/** The text with something else, "?" for a terminal, in place of each control character. */
+std::string Printable(std::string text, char replacement = '?');
 
 /** Prints a line on standard output, at once and whole. Any thread may call it. */
 void PrintLine(const std::string& line);

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kMostRows = 20;
 
-std::string SizeText(PixelSize size) {
+std::string PixelsText(PixelSize size) {
     return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
@@ -50,7 +50,7 @@ void SaveReport::Print(bool is_verbose) const {
             total += bytes;
         }
         const char* state = row.is_saved ? "saved" : "kept";
-        table.AddRow({row.picture, row.thumbnail.file, SizeText(row.thumbnail.size),
+        table.AddRow({row.picture, row.thumbnail.file, PixelsText(row.thumbnail.size),
                       error ? "-" : std::to_string(bytes), error ? "evicted" : state});
     }
     if (is_verbose || rows_.size() <= kMostRows) {

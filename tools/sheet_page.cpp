@@ -2,9 +2,9 @@
 
 #include <glib.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <tuple>
+#include <utility>
 
 #include "report.h"
 #include "sheet_style.h"
@@ -14,11 +14,9 @@ namespace {
 
 using Text = CZELHandle<char, g_free>;
 
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
-
 // Any bytes as text between or within tags: what is not UTF-8 is replaced.
 std::string Html(std::string text) {
-    std::replace_if(text.begin(), text.end(), IsControl, '\xFF');
+    text = Printable(std::move(text), '\xFF');
     const Text valid(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
     const Text escaped(g_markup_escape_text(valid.get(), -1));
     return escaped.get();
