@@ -17,8 +17,6 @@ namespace {
 
 constexpr std::size_t firstReadSize = 1048576;
 
-using Engine = CZELThumbFlashCache;
-
 void Require(bool holds, const char* what) {
     if (!holds) {
         std::fprintf(stderr, "Violated: %s\n", what);
@@ -28,7 +26,7 @@ void Require(bool holds, const char* what) {
 
 bool IsDeviceType(int type) { return type == DEVICE_TYPE_USB || type == DEVICE_TYPE_PTP; }
 
-void CheckLists(const Engine& engine) {
+void CheckLists(const CZELThumbFlashCache& engine) {
     std::uint32_t sum = 0;
     for (const auto& item : engine.m_ThumbItemList) {
         Require(!item->Path.empty() && !item->URL.empty(), "a thumbnail has its paths");
@@ -44,7 +42,7 @@ void CheckLists(const Engine& engine) {
 }
 
 // The text that a rewrite of the lists is to give.
-std::string Records(const Engine& engine) {
+std::string Records(const CZELThumbFlashCache& engine) {
     std::string text;
     const auto append = [&](const auto& list) {
         for (const auto& entry : list) {
@@ -65,7 +63,7 @@ std::string MakeIndexPath() {
 }
 
 std::string LoadAndRewrite(const std::string& path) {
-    Engine engine;
+    CZELThumbFlashCache engine;
     engine.m_strCachePath = path;
     Require(engine.m_LoadThumbFile(), "an index is loaded");
     CheckLists(engine);
