@@ -98,6 +98,11 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
                               [f"i: at '{RECORD % 'a'}Size=2147483647,Devicetype=0>': a record that "
                                "does not load: its size, 2147483647, is more than the cache can count",
                                A + UNNAMED], NO_A),
+    "faults in the order of the index": (
+        lambda c: [c.edit(rb'(a.jpg",Size=)\d+', rb"\g<1>2147483647"), c.append(b"<Typ=0,>\r\n")],
+        [f"i: at '{RECORD % 'a'}Size=2147483647,Devicetype=0>': a record that "
+         "does not load: its size, 2147483647, is more than the cache can count",
+         "i: at '<Typ=0,>': a record that does not load: parse Type failed", A + UNNAMED], NO_A),
     "total above the ceiling": (
         lambda c: [c.pad(name, 40 * MIB) for name in ALL],
         ["all thumbnails together: 125829120 bytes, more than the ceiling of 104857600 bytes"], NO_A),

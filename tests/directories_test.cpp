@@ -41,6 +41,13 @@ TEST_F(Directories, ofATreeStaysWhatRmLeavesOfIt) {
                 << entry.first << " of " << text;
         EXPECT_EQ(fs::remove_all(ours), fs::remove_all(rms));
     }
+    fs::create_directory(ours);
+    fs::create_directory_symlink(fs::path(Write("theirs/file", "")).parent_path(), ours + "/link");
+    fs::permissions(ours, fs::perms::owner_read | fs::perms::owner_exec);
+    EXPECT_FALSE(Remove(ours));
+    EXPECT_TRUE(fs::exists(root + "/theirs/file"));
+    fs::permissions(ours, fs::perms::owner_all);
+    fs::remove_all(ours);
     fs::create_directory(ours), fs::permissions(ours, fs::perms::none);
     EXPECT_FALSE(engine->FileExist(ours.c_str()));
     EXPECT_TRUE(Remove(ours));

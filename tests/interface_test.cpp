@@ -2,6 +2,7 @@
 #include "zel_thumbnail_flash_cache.h"
 
 #include "fixture.h"
+#include "zel_thumbnail_flash_cache_events.h"
 
 struct Interface : CacheTest {
     void ExpectRefused(int answer) {
@@ -71,6 +72,13 @@ TEST_F(Interface, thumbnailWithoutDeviceFolderOrPixelsIsRefused) {
     std::string folder, id, mount, url = "ptp://camera";
     EXPECT_EQ(engine->m_CheckUrl(nullptr, "/cache/id/a", url.data(), folder, id, mount), 3);
     EXPECT_EQ(Log(), "I filename or url is null~");
+}
+
+TEST_F(Interface, eventWithoutACacheIsPassedOver) {
+    zel_thumbnail_flash_cache_clear();
+    _zel_storage_s storage{"/opt/storage/usb/sda1"}, *event = &storage;
+    zel_thumbnail_flash_cache_storage_event(2, event);
+    EXPECT_EQ(Log(), "I zel_thumbnail_flash_cache_clear");
 }
 
 TEST_F(Interface, ofAFolderWithoutAPathNothingIsRemoved) {
