@@ -2,6 +2,7 @@
 """What the command says and leaves when calls to the system and to the platform fail."""
 import errno
 import os
+import shutil
 import signal
 import tempfile
 import unittest
@@ -196,6 +197,18 @@ class FailuresTest(CheckTestCase):
                                  r"0 thumbnails, 0 bytes, 0\.00 % of 104857600\n$")
                 self.assertEqual(run.returncode, 1)
                 self.check_calls()
+
+    def test_signal_while_the_last_picture_is_saved_stops_nothing(self):
+        self.write({"f/p.png": png(6, 4), "f/q.png": png(6, 5)})
+        for pictures, saved, message, status in (
+                ("f/p.png", 1, "", 0),
+                ("f/p.png f/q.png", 1, "zel-thumbnail-cache: stopped: 1 of 2 pictures are done\n", 143)):
+            with self.subTest(pictures):
+                shutil.rmtree(self.folder / "c", ignore_errors=True)
+                run = self.run_command(f"{SAVE} {pictures}", env=self.failing("open", "EINTR", ".jpg"))
+                self.assertRegex(run.stdout, rf"(?m)^{saved} saved, 0 kept, 0 failed")
+                self.assertEqual(run.stderr, message)
+                self.assertEqual(run.returncode, status)
 
     def test_cache_that_cannot_be_started(self):
         for verb in f"{SAVE} p.png", "watch --index i":

@@ -2,8 +2,9 @@
 //
 // ZEL_FAILING names the function that fails, what it leaves in errno, how many of its calls go well
 // before, and the end of the path that they are about, as in "unlinkat 5 0 /x.jpg"; without a path,
-// all of them count. ZEL_CALLS is the file that gets a line for each call of the platform's
-// functions that are to be undone.
+// all of them count. With EINTR the first of them does not fail but is where SIGTERM comes.
+// ZEL_CALLS is the file that gets a line for each call of the platform's functions that are to be
+// undone.
 //
 // The calls are defined by their plain names; the build gives them those for large files as well.
 #undef _FILE_OFFSET_BITS
@@ -21,6 +22,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -57,6 +59,10 @@ static bool Fails(const std::string& path) {
         calls++ < Wanted().skipped)
         return false;
     errno = Wanted().error;
+    if (errno == EINTR) {
+        static const int sent = raise(SIGTERM);
+        return sent != 0;
+    }
     return true;
 }
 
