@@ -1,11 +1,10 @@
 // Loads an input as the index of a cache, rewrites it, and loads that.
 // An input that begins with "~" stands between two records so long that the border between the
 // loader's first two reads lies in its middle, and the second read is full as well.
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -55,9 +54,8 @@ std::string Records(const CZELThumbFlashCache& engine) {
     return text;
 }
 
-// In memory where there is such a file system.
 std::string MakeIndexPath() {
-    std::string folder = access("/dev/shm", W_OK) == 0 ? "/dev/shm/index-XXXXXX" : "index-XXXXXX";
+    std::string folder = std::filesystem::temp_directory_path() / "index-XXXXXX";
     Require(mkdtemp(folder.data()) != nullptr, "a folder can be made");
     return folder + "/index";
 }
