@@ -41,6 +41,7 @@ TEST_F(Directories, ofATreeStaysWhatRmLeavesOfIt) {
                 << entry.first << " of " << text;
         EXPECT_EQ(fs::remove_all(ours), fs::remove_all(rms));
     }
+    // A link that cannot be unlinked is not gone through either.
     fs::create_directory(ours);
     fs::create_directory_symlink(fs::path(Write("theirs/file", "")).parent_path(), ours + "/link");
     fs::permissions(ours, fs::perms::owner_read | fs::perms::owner_exec);

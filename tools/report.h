@@ -27,7 +27,7 @@ enum class SizeStyle { kBytes, kRounded };
 /** Prints how many thumbnails there are and how much of the cache they fill. */
 void PrintTotal(std::size_t thumbnails, std::uintmax_t bytes, SizeStyle style = SizeStyle::kBytes);
 
-/** The text with something else, "?" for a terminal, in place of each control character. */
+/** The text with another character, "?" for a terminal, in place of each control character. */
 std::string Printable(std::string text, char replacement = '?');
 
 /** Prints a line on standard output, at once and whole. Any thread may call it. */
