@@ -5,13 +5,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <mutex>
 #include <new>
 #include <stdexcept>
 #include <thread>
 #include <tuple>
 #include <utility>
 
+#include "guarded.h"
 #include "zel_platform_log.h"
 
 namespace zel::platform {
@@ -21,13 +21,12 @@ constexpr std::chrono::milliseconds kLongestWait(3000), kPause(20);
 constexpr int kMostLooks = 5;
 
 struct Connections {
-    std::mutex mutex;
     int count = 0;
     SnapshotPointer last;
 };
 
 // Never destroyed: a process may end while another of its threads asks for devices.
-Connections& connections = *new Connections;
+Guarded<Connections>& connections = *new Guarded<Connections>;
 
 void log_failure(const char* what, const std::exception& reason) {
     std::ignore = __dlog_print(2, ZEL_PLATFORM_LOG_WARN, "ZEL-LINUX-PLATFORM", "%s: %s\n", what,
@@ -96,9 +95,9 @@ Snapshot::Snapshot(Devices attached)
 
 bool connect_devices() noexcept try {
     SnapshotPointer now = not_null(look_until_probed());
-    const std::lock_guard<std::mutex> lock(connections.mutex);
-    ++connections.count;
-    connections.last.swap(now);
+    auto held = connections.access();
+    ++held->count;
+    held->last.swap(now);
     return true;
 } catch (const std::exception& error) {
     log_failure("the attached devices cannot be listed", error);
@@ -107,25 +106,19 @@ bool connect_devices() noexcept try {
 
 bool disconnect_devices() noexcept {
     SnapshotPointer released;  // after the lock
-    const std::lock_guard<std::mutex> lock(connections.mutex);
-    if (connections.count == 0)
+    auto held = connections.access();
+    if (held->count == 0)
         return false;
-    if (--connections.count == 0)
-        released.swap(connections.last);
+    if (--held->count == 0)
+        released.swap(held->last);
     return true;
 }
 
-bool is_connected() noexcept {
-    const std::lock_guard<std::mutex> lock(connections.mutex);
-    return connections.count > 0;
-}
+bool is_connected() noexcept { return connections.access()->count > 0; }
 
 SnapshotPointer attached_devices() noexcept {
-    SnapshotPointer last, now;
-    {
-        const std::lock_guard<std::mutex> lock(connections.mutex);
-        last = connections.last;
-    }
+    const SnapshotPointer last = connections.access()->last;
+    SnapshotPointer now;
     try {
         now = not_null(look(last));
     } catch (const std::exception& error) {
@@ -133,11 +126,11 @@ SnapshotPointer attached_devices() noexcept {
                          : "the attached devices cannot be listed",
                     error);
     }
-    const std::lock_guard<std::mutex> lock(connections.mutex);
+    auto held = connections.access();
     if (!now)
-        return connections.last;
-    if (connections.count > 0)
-        connections.last = now;
+        return held->last;
+    if (held->count > 0)
+        held->last = now;
     return now;
 }
 

@@ -8,12 +8,12 @@
 #include <cerrno>
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <system_error>
 #include <thread>
 #include <tuple>
 #include <utility>
 
+#include "guarded.h"
 #include "mount_watch.h"
 #include "storage.h"
 #include "util/file_descriptor.h"
@@ -107,9 +107,8 @@ private:
     std::thread thread_;
 };
 
-std::mutex registration_mutex;
 // Not destroyed at exit: a process that exits in a callback or in a forked child could not join.
-StorageEvents* registered = nullptr;
+Guarded<StorageEvents*> registered;
 
 }  // namespace
 }  // namespace zel::platform
@@ -117,10 +116,10 @@ StorageEvents* registered = nullptr;
 using namespace zel::platform;
 
 int zel_storage_register_event_cb(zel_storage_event_cb callback, void* user_data) try {
-    const std::lock_guard<std::mutex> lock(registration_mutex);
-    if (callback == nullptr || registered != nullptr)
+    auto held = registered.access();
+    if (callback == nullptr || *held != nullptr)
         return -1;
-    registered = new StorageEvents(callback, user_data);
+    *held = new StorageEvents(callback, user_data);
     return 0;
 } catch (const std::exception&) {
     return -1;
@@ -128,10 +127,10 @@ int zel_storage_register_event_cb(zel_storage_event_cb callback, void* user_data
 
 int zel_storage_unregister_event_cb(void) try {
     std::unique_ptr<StorageEvents> ended;  // joined after the lock is given back
-    const std::lock_guard<std::mutex> lock(registration_mutex);
-    if (registered == nullptr || registered->runs_on_this_thread())
+    auto held = registered.access();
+    if (*held == nullptr || (*held)->runs_on_this_thread())
         return -1;
-    ended.reset(std::exchange(registered, nullptr));
+    ended.reset(std::exchange(*held, nullptr));
     return 0;
 } catch (const std::exception&) {
     return -1;
