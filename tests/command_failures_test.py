@@ -20,10 +20,11 @@ READING = {  # by what fails: what is said
     ("access", "EACCES", "i"): "i: Permission denied",
     ("open", "EMFILE", "i"): "i: Input/output error",
     ("read", "EIO", "/i"): "i: Input/output error"}
-CHECKING = {  # by what fails: what is found
+CHECKING = {  # by what fails, and how many calls go well before: what is found
     ("openat", "EMFILE", "a.jpg"): "c/D1/a.jpg: the image cannot be read: Too many open files",
     ("read", "EIO", "/a.jpg"): "c/D1/a.jpg: the image cannot be read: Input/output error",
     ("fstatat", "EIO", "a.jpg"): "c/D1/a.jpg: the image cannot be read: Input/output error",
+    ("fstatat", "EIO", "a.jpg", 1): "c/D1/a.jpg: the image cannot be read: Input/output error",
     ("open", "EACCES", "/c/D1"): "c/D1: the folder cannot be looked into: Permission denied",
     ("fstat", "EIO", "/c/D1"): "c/D1: the folder cannot be looked into: Input/output error"}
 LISTING = {  # by what fails: what is said

@@ -90,11 +90,12 @@ std::optional<std::string> DeviceFolder::Read(const std::string& name, std::size
     return content;
 }
 
-std::uintmax_t DeviceFolder::Size(const std::string& name) const {
+std::optional<std::uintmax_t> DeviceFolder::Size(const std::string& name) const {
     struct stat status = {};
-    const bool is_there =
-        fstatat(directory_.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
-    return is_there ? static_cast<std::uintmax_t>(status.st_size) : 0;
+    if (fstatat(directory_.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return std::nullopt;
+    }
+    return static_cast<std::uintmax_t>(status.st_size);
 }
 
 bool DeviceFolder::Remove(const std::string& name) const {

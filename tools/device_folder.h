@@ -44,8 +44,8 @@ public:
      */
     [[nodiscard]] std::optional<std::string> Read(const std::string& name, std::size_t most) const;
 
-    /** The size of a file in bytes, 0 when there is none. */
-    [[nodiscard]] std::uintmax_t Size(const std::string& name) const;
+    /** The size of a file in bytes; nothing when that cannot be known, with the reason in errno. */
+    [[nodiscard]] std::optional<std::uintmax_t> Size(const std::string& name) const;
 
     /** Removes a file; false when it stays, with the reason in errno. */
     [[nodiscard]] bool Remove(const std::string& name) const;

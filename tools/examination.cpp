@@ -136,7 +136,8 @@ Examination::Judgement Examination::Judge(ThumbnailRecord& record) {
 
 Examination::Judgement Examination::JudgeImage(ThumbnailRecord& record, const std::string& name) {
     const std::optional<std::string> content = ReadToEndOfImage(*open_folder_, name);
-    if (!content) {
+    const std::optional<std::uintmax_t> size = content ? open_folder_->Size(name) : std::nullopt;
+    if (!size) {
         const int error = errno;
         if (error == ENOENT) {
             return {Verdict::kWrong, "the image is missing"};
@@ -155,11 +156,10 @@ Examination::Judgement Examination::JudgeImage(ThumbnailRecord& record, const st
     if (!ReadJpegStructure(*content).is_complete) {
         return {Verdict::kWrong, "the image is cut short"};
     }
-    const std::uintmax_t size = open_folder_->Size(name);
-    const long recorded = std::exchange(record.Size, static_cast<long>(size));
+    const long recorded = std::exchange(record.Size, static_cast<long>(*size));
     if (recorded != record.Size) {
-        return {Verdict::kRight,
-                "the image has " + InBytes(size) + ", its record says " + std::to_string(recorded)};
+        return {Verdict::kRight, "the image has " + InBytes(*size) + ", its record says " +
+                                     std::to_string(recorded)};
     }
     return {Verdict::kRight, ""};
 }
