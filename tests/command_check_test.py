@@ -79,6 +79,9 @@ DAMAGES = {  # by name: the damage, what is found, and the thumbnails that are l
     "record of another type": (
         lambda c: c.append(b"<Type=7,>\r\n"),
         ["i: at '<Type=7,>': a record that does not load: type 7 is unknown"], ALL),
+    "record of a negative type": (
+        lambda c: c.append(b"<Type=-1,>\r\n"),
+        ["i: at '<Type=-1,>': a record that does not load: type -1 is unknown"], ALL),
     "record without a type": (lambda c: c.append(b"<Typ=0,>\r\n"), [
         "i: at '<Typ=0,>': a record that does not load: parse Type failed"], ALL),
     "folder record that does not load": (lambda c: c.append(b'<Type=1,Sid="D1">\r\n'), [
@@ -261,6 +264,9 @@ class CheckTest(CheckTestCase):
         self.assertEqual(run.stdout, f"{finding}../i: not mended:\n{finding}")
         before[self.folder / "sub"] = False
         self.assertEqual(self.files(), before)
+        self.cache.edit(FOLDER, b"")  # its thumbnails are enough
+        run = self.run_command("check ../i --repair", cwd=self.folder / "sub")
+        self.assertEqual(run.stdout, f"{finding}../i: not mended:\n{finding}")
 
     def test_folder_of_two_names_loses_nothing(self):
         self.make_cache()

@@ -223,6 +223,11 @@ class FailuresTest(CheckTestCase):
                                    "Resource temporarily unavailable")
                     self.check_run((call, "EAGAIN", "", skipped), verb, "", message, 1)
 
+    def test_cache_that_cannot_be_started_is_stopped(self):
+        run = self.run_command(f"{SAVE} p.png", env={
+            **self.failing("pthread_create", "EAGAIN"), "ZEL_LOG_LEVEL": "info"})
+        self.assertRegex(run.stderr, r"zel_thumbnail_flash_cache_clear\S*\n.*cannot be started\n$")
+
     def test_folder_of_the_cache_that_cannot_be_made(self):
         for line in f"{SAVE} p.png", "watch --index i --cache c":
             self.check_run(("mkdir", "EACCES", "c"), line, "", "the folder c: Permission denied", 1)
@@ -241,6 +246,14 @@ class FailuresTest(CheckTestCase):
                 os.truncate(self.calls.name, 0)
         connecting_again = "media_content_connect", "EIO", "", 1  # behind that of the cache
         self.check_run(connecting_again, "save --index i --cache c p.png", "", UNREACHABLE, 1)
+
+    def test_storage_whose_id_cannot_be_read_gets_no_thumbnails(self):
+        sticks = self.with_sticks()
+        self.write({"usb/D1/p.png": png(6, 4)})
+        run = self.run_command("save --index i --cache c", USB + "D1/p.png", before=sticks,
+                               env=self.failing("media_storage_get_storage_id"))
+        self.assertIn("D1/p.png: on no storage that the platform knows", run.stderr)
+        self.assertEqual(os.listdir(self.folder / "c"), [])
 
     def test_storages_that_cannot_be_watched(self):
         for call in "zel_storage_register_event_cb", "inotify_init1":

@@ -21,6 +21,7 @@ RESERVES_MEMORY = bool(os.environ.get("ZEL_RESERVES_MEMORY"))  # as sanitizers a
 PATIENCE = 300 if RESERVES_MEMORY else 120  # seconds that a run may take
 WITHOUT_PRIVILEGES = ["setpriv", "--bounding-set=-all"] if os.geteuid() == 0 else []
 MANY_BYTES = 1 << 20
+MOCK_DEVICES = pathlib.Path(__file__).parent / "mock-devices.umockdev"
 USB = "/opt/storage/usb/"
 RED, GREEN, BLUE, YELLOW = COLOURS = (255, 0, 0), (0, 255, 0), (0, 0, 255), (255, 255, 0)
 SAVE = "save --index i --cache c --device D1 --size 100"
@@ -230,5 +231,6 @@ class SaveTestCase(CommandTestCase):
 
     def check_states(self, words, expected):
         rows = self.save(*words.split())
-        self.assertEqual({picture: state for picture, (_, state) in rows.items()}, expected)
+        self.assertEqual([(picture, state) for picture, (_, state) in rows.items()],
+                         list(expected.items()))
         return [thumbnail for thumbnail, _ in rows.values()]

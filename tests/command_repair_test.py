@@ -68,6 +68,19 @@ class RepairTest(CheckTestCase):
         self.assertRegex(run.stderr, "/x.jpg: it cannot be removed: Read-only file system\n$")
         self.assertRegex(run.stdout, "i: not mended:\n.*/x.jpg: an image that no record names\n$")
 
+    def test_folder_that_has_taken_the_place_of_the_examined_one_loses_nothing(self):
+        self.make_cache()
+        for number in range(500):
+            self.cache.put(f"{number:03}.jpg", b"")
+        repair = self.start([*COMMAND, "check", "i", "--repair"], stderr=subprocess.DEVNULL,
+                            pipesize=4096)
+        repair.stdout.readline()  # the rest does not fit, and is told before anything is removed
+        self.cache.images.rename(self.folder / "c/D9")
+        self.write({"c/D1/000.jpg": b""})
+        repair.stdout.read()
+        self.assertEqual(repair.wait(), 4)
+        self.assertEqual(self.cache.there(), ["000.jpg"])
+
     def test_folder_of_a_camera_gets_the_record_of_one(self):
         self.make_cache()
         self.cache.edit(FOLDER, b"")

@@ -63,24 +63,25 @@ class RunTest(SaveTestCase):
         os.set_blocking(writer, True)
         return writer
 
-    def check_signal_ends_it(self, save, number):
-        self.wait_until(lambda: self.thumbnails("D1"), save)
-        while save.poll() is None:
-            save.send_signal(number)
-            time.sleep(0.01)
-        self.assertEqual(save.returncode, -number)
-
     def test_second_signal_ends_it_at_once(self):
         save = self.start([*COMMAND, *SAVE.split(), "p.png", "missing.png"],
                           stderr=self.full_pipe())
-        self.check_signal_ends_it(save, signal.SIGINT)
+        self.wait_until(lambda: self.thumbnails("D1"), save)
+        while save.poll() is None:
+            save.send_signal(signal.SIGINT)
+            time.sleep(0.01)
+        self.assertEqual(save.returncode, -signal.SIGINT)
 
     def test_signal_ends_it_when_the_pictures_are_done(self):
+        names = [f"{number:060}.png" for number in range(100)]
+        self.write(dict.fromkeys(names, png(6, 4)))
         for other, number in ("INT", signal.SIGTERM), ("TERM", signal.SIGINT):
-            shutil.rmtree(self.folder / "c", ignore_errors=True)
-            save = self.start(["sh", "-c", f'trap "" {other}; exec "$@" >&0', "sh", *COMMAND,
-                               *SAVE.split(), "p.png"], stdin=self.full_pipe())
-            self.check_signal_ends_it(save, number)
+            save = self.start(["sh", "-c", f'trap "" {other}; exec "$@"', "sh", *COMMAND,
+                               *SAVE.split(), "--verbose", *names], pipesize=4096)
+            save.stdout.readline()  # the rest does not fit
+            save.send_signal(number)
+            save.stdout.read()
+            self.assertEqual(save.wait(), -number)
 
     @unittest.skipIf(RESERVES_MEMORY, "a sanitizer or an emulator has threads of its own")
     def test_as_many_threads_decode_as_asked_for(self):

@@ -205,8 +205,8 @@ class FolderTest(SaveTestCase):
         for link, target in (("f/link.png", "b.png"), ("f/folder", "c"), ("f/c/loop", "..")):
             (self.folder / link).symlink_to(target)
         os.mkfifo(self.folder / "f/fifo.png")
-        saved = dict.fromkeys(("f/B.png", "f/a/z.PNG", "f/b.png", "f/c/d/e.png"), "saved")
-        thumbnails = self.check_states("f", saved)
+        pictures = "f/B.png", "f/a/z.PNG", "f/b.png", "f/c/d/e.png"
+        thumbnails = self.check_states("f", dict.fromkeys(pictures, "saved"))
         self.assertEqual(self.listed(), thumbnails)
         self.check_states("f/folder f/link.png f/.trash/", {
             "f/folder/d/e.png": "kept", "f/link.png": "kept", "f/.trash/t.png": "saved"})

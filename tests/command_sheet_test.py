@@ -129,6 +129,16 @@ class SheetTest(CommandTestCase):
         self.assertEqual([image["src"] for image in page.images],
                          ["../c/D1/a.jpg", "../c/D1/b.jpg"])
 
+    def test_links_do_not_depend_on_links_in_the_index(self):
+        (self.folder / "sub/deep").mkdir(parents=True)
+        for link, target in ("link", "sub/deep"), ("out", "c"):
+            (self.folder / link).symlink_to(target)
+        index = (self.folder / "i").read_bytes()
+        for path in b"/link/../../c/D1", b"/out/D1":
+            self.write({"i": index.replace(b"/c/D1", path)})
+            self.assertEqual([image["src"] for image in Page(self.sheet()).images],
+                             ["c/D1/a.jpg", "c/D1/b.jpg"])
+
     def test_embedded_images_are_in_the_page(self):
         os.truncate(self.images / "b.jpg", 200000)
         page = Page(self.sheet("--embed"))
@@ -185,11 +195,14 @@ class SheetTest(CommandTestCase):
         (self.folder / "i").write_bytes(b"".join(
             os.fsencode(record % (path, path, name)) for name in names))
         (self.folder / "i").rename(self.folder / "<u>")
-        page = Page(self.run_command("sheet <u>").stdout)
-        self.assertEqual(page.tags & {"b", "u"}, set())
-        for image, name in zip(page.images, names, strict=True):
-            self.assertEqual(self.target(image["src"], self.folder), pathlib.Path(path, name))
-            self.assertEqual(urllib.parse.urlsplit(image["src"])[:2], ("", ""))
+        self.run_command("sheet <u> --output", f"{path}/page.html")  # its links begin with the names
+        pages = {self.folder: self.run_command("sheet <u>").stdout,
+                 pathlib.Path(path): pathlib.Path(path, "page.html").read_text("utf-8")}
+        for place, page in ((place, Page(text)) for place, text in pages.items()):
+            self.assertEqual(page.tags & {"b", "u"}, set())
+            for image, name in zip(page.images, names, strict=True):
+                self.assertEqual(self.target(image["src"], place), pathlib.Path(path, name))
+                self.assertEqual(urllib.parse.urlsplit(image["src"])[:2], ("", ""))
         shown = [name.translate(dict.fromkeys((0x1b, 10, 0x1f, 0x7f, 0xdcff), "\ufffd"))
                  for name in names]
         self.assertEqual(page.names, shown)

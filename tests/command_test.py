@@ -11,9 +11,8 @@ import socket
 import termios
 import unittest
 
-from command_fixture import RESERVES_MEMORY, SAVE, USB, CommandTestCase, png, read_terminal
-
-MOCK_DEVICES = pathlib.Path(__file__).parent / "mock-devices.umockdev"
+from command_fixture import (MOCK_DEVICES, RESERVES_MEMORY, SAVE, USB, CommandTestCase, png,
+                             read_terminal)
 
 OPTIONS = ("--index=i", "--cache=c", "--device=D1", "--mount=M1", "--size=9", "--jobs=2",
            "--camera", "--verbose", "--json")
@@ -162,6 +161,14 @@ class CommandTest(CommandTestCase):
             self.assertEqual(re.findall(r"str(?:MountPath|Url)\[(.*?)\]", log), [place])
             self.assertRegex(log, r"zel_thumbnail_flash_cache_clear\S*\n$")
 
+    def test_cache_is_told_the_mount_path_that_the_platform_knows(self):
+        sticks = self.with_sticks()
+        self.write({"usb/real/p.png": png(6, 4)})
+        (self.folder / "usb/D1").symlink_to("real")
+        self.settings["env"]["ZEL_LOG_LEVEL"] = "info"
+        log = self.run_command("save --index i --cache c", USB + "D1", before=sticks).stderr
+        self.assertEqual(re.findall(r"strMountPath\[(.*?)\]", log), [USB + "D1"])
+
     def hold_other_locks(self):
         """This process gets locks on a folder, which come first in the kernel's table."""
         processors = os.sched_getaffinity(0)
@@ -171,6 +178,16 @@ class CommandTest(CommandTestCase):
             self.addCleanup(os.close, lock)
             fcntl.flock(lock, fcntl.LOCK_SH)
         os.sched_setaffinity(0, processors)
+
+    def test_who_has_a_lock_of_another_kind_is_not_in_the_way(self):
+        watch = self.start_watch()
+        processors = os.sched_getaffinity(0)
+        os.sched_setaffinity(0, {min(processors)})  # the first part of the kernel's table
+        self.addCleanup(os.close, lock := os.open(self.folder, os.O_RDONLY))
+        fcntl.lockf(lock, fcntl.LOCK_SH)
+        os.sched_setaffinity(0, processors)
+        run = self.run_command("watch --index i")
+        self.assertRegex(run.stderr, rf"in use by (another process|.* \(process {watch.pid}\))\n$")
 
     def test_second_command_on_an_index_is_refused(self):
         (self.folder / "sub").mkdir()

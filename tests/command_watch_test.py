@@ -5,7 +5,8 @@ import re
 import signal
 import unittest
 
-from command_fixture import SAVE, USB, CommandTestCase, decode, png
+from command_fixture import (MOCK_DEVICES, RESERVES_MEMORY, SAVE, USB, CommandTestCase, decode,
+                             png)
 
 
 class WatchTest(CommandTestCase):
@@ -108,6 +109,21 @@ class SavingWatchTest(CommandTestCase):
         self.start_saving("--jobs", "4")
         self.check_lines(f"saved 5 thumbnails of {USB}D1")
         self.assertEqual(self.names(), ["0", "1", "2", "3", "4"])
+
+    def test_pictures_of_a_folder_come_in_the_order_of_their_names(self):
+        names = [f"{number:02}" for number in range(40)]
+        self.write({f"usb/D1/{name}.png": png(6, 4) for name in names})
+        self.start_saving()
+        self.check_lines(f"saved 40 thumbnails of {USB}D1")
+        self.assertEqual(self.names(), names)
+
+    @unittest.skipIf(RESERVES_MEMORY, "the library of the mock devices has to be loaded first")
+    def test_cameras_are_left_alone(self):
+        self.write({"usb/D1/p.png": png(6, 4)})
+        self.sticks += ["umockdev-run", "--device", MOCK_DEVICES, "--"]
+        self.start_saving()
+        self.check_lines(f"saved 1 thumbnails of {USB}D1")
+        self.stop()
 
     def test_restart_goes_on_where_it_stopped(self):
         self.write_many("usb/D1", 40)

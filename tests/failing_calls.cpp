@@ -137,6 +137,7 @@ PAIRED(zel_storage_unregister_event_cb, (void), ())
 CALL(int, media_storage_foreach_storage_from_db, -1, "",
      (media_filter_h filter, media_storage_cb callback, void* user_data), filter, callback,
      user_data)
+CALL(int, media_storage_get_storage_id, -1, "", (media_storage_h of, char** id), of, id)
 CALL(_zel_storage_s*, zel_storage_get_storage, nullptr, "", (int index, void* list), index, list)
 CALL(const char*, zel_storage_get_mountpath, nullptr, "", (_zel_storage_s * of), of)
 CALL(const char*, zel_storage_get_serialnumber, nullptr, "", (_zel_storage_s * of), of)
