@@ -86,8 +86,11 @@ class RunTest(SaveTestCase):
     @unittest.skipIf(RESERVES_MEMORY, "a sanitizer or an emulator has threads of its own")
     def test_as_many_threads_decode_as_asked_for(self):
         self.write_many("f")
-        for option, jobs in ("--jobs=1", 1), ("--jobs=3", 3), ("--", len(os.sched_getaffinity(0))):
-            save = self.start([*COMMAND, *SAVE.split(), option, "f"])
+        processors = os.sched_getaffinity(0)
+        one_processor = ["taskset", "-c", str(min(processors))]
+        for before, option, jobs in (([], "--jobs=1", 1), ([], "--jobs=3", 3),
+                                     ([], "--", len(processors)), (one_processor, "--", 1)):
+            save = self.start([*before, *COMMAND, *SAVE.split(), option, "f"])
             self.wait_until(lambda: self.thumbnails("D1"), save)
             self.wait_until(lambda: len(os.listdir(f"/proc/{save.pid}/task")) == 1 + jobs, save)
             save.kill()

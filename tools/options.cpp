@@ -1,11 +1,11 @@
 #include "options.h"
 
+#include <sched.h>
+
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
-#include <algorithm>
 #include <cstdio>
-#include <thread>
 
 #include "commands.h"
 
@@ -47,9 +47,15 @@ CLI::Option* AddIndex(CLI::App& verb, Options& options) {
         ->required();
 }
 
+// Those that the process may use; 1 where they are more than a set can hold.
+int CountProcessors() {
+    cpu_set_t processors;
+    return sched_getaffinity(0, sizeof processors, &processors) == 0 ? CPU_COUNT(&processors) : 1;
+}
+
 // How thumbnails are made.
 void AddMaking(CLI::App& verb, Options& options, CLI::Option* cache) {
-    options.jobs = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+    options.jobs = CountProcessors();
     verb.add_option("--size", options.size, "Fit thumbnails into N x N pixels")
         ->type_name("N")
         ->check(CLI::Range(1, 4096))
