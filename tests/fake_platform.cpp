@@ -64,6 +64,7 @@ int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {
     EXPECT_EQ(part[3], prio == 4 ? "INFO" : "WARNNING");
     EXPECT_EQ(part[4], std::to_string(syscall(SYS_gettid)));
     g_platform->Note(part[3].str()[0], boost::replace_all_copy(part[5].str(), "\n", "~"));
+    errno = EPROTO;  // as a platform may leave it
     return 0;
 }
 

@@ -79,6 +79,8 @@ struct Faulty : CacheTest {
         EXPECT_EQ(engine->m_CacheSize, sum);
         EXPECT_LE(sizes.size(), 1U) << "an image lacks a part";
         const std::string recorded = Content(loaded) + " ", known = Content(*engine) + " $/index ";
+        for (const auto& item : engine->m_ThumbItemList)
+            EXPECT_THAT(known, HasSubstr(" " + fs::path(item->Path).filename().string() + " "));
         for (const std::string& file : mustStay)
             EXPECT_THAT(recorded, HasSubstr(" " + file + " "));
         const std::set<std::string> files = Files();
@@ -111,6 +113,19 @@ TEST_F(Faulty, savesIntoOldAndNewFoldersAndIntoAFullCache) {
     SystemCalls full;
     full.room = fs::file_size(root + "/" + folder + "/new");
     FailEach(start, Saving(folder + "/new"), {"$/d0/a", "$/d0/b"}, full);
+    const auto loseRecords = [&] {
+        start();
+        for (const char* name : {"/one", "/two"}) {
+            const auto save = Saving(folder + name);
+            SystemCalls filled = full;
+            g_calls = &filled;
+            save();
+            g_calls = nullptr;
+        }
+    };
+    FailEach(loseRecords, Saving(folder + "/new"), {"$/d0/a", "$/d0/b"}, full);
+    // No record can hold its name.
+    FailEach(start, Saving("d0/has\"quote"));
 }
 
 TEST_F(Faulty, recordsBehindATornOneAreReadOnceOneIsAppended) {
@@ -147,6 +162,11 @@ TEST_F(Faulty, startsAndRemovals) {
                  std::ignore = engine->m_RefreshThumbFile();
                  std::ignore = engine->CreateDir(folder.c_str());
              });
+    FailEach(
+        [this] {
+            platform.database.push_back({"/opt/storage/usb/sda1", "d1"});
+        },
+        [this] { std::ignore = engine->m_Create(); }, {"$/d0/a", "$/d0/b", "$/d1/a", "$/d1/b"});
     const auto start = [this] {
         platform.database.push_back({"/opt/storage/usb/sda1", "d1"});
         Start();
@@ -156,6 +176,26 @@ TEST_F(Faulty, startsAndRemovals) {
         _zel_storage_s gone{"/opt/storage/usb/sdb1"}, *storage = &gone;
         Engine::s_ZELUSBConnctedCallback(engine.get(), ZEL_STORAGE_EVENT_REMOVED, storage);
     });
+}
+
+TEST_F(Faulty, anImageOfRowsEndsWhereItCouldNotBeWritten) {
+    const std::string file = root + "/a.bmp";
+    const auto write = [&] {
+        return engine->m_BmpSave(pixels.data(), nullptr, 160, 120, file.c_str());
+    };
+    EXPECT_TRUE(write());
+    const std::string whole = Read("a.bmp");
+    int calls = 0;
+    for (int first = 1; calls >= first - 1; ++first) {
+        fs::remove(file);
+        SystemCalls script;
+        script.first = first;
+        g_calls = &script;
+        std::ignore = write();
+        g_calls = nullptr;
+        calls = script.calls;
+        EXPECT_TRUE(boost::starts_with(whole, Read("a.bmp"))) << first;
+    }
 }
 
 TEST_F(Faulty, hostileIndexIsLoadedAndJudged) {

@@ -62,6 +62,7 @@ void Scenario::Prepare(Words& words) {
         asNobody_ |= name == "nobody";
         calls_.tracing |= name == "tracing";
         calls_.interrupting |= name == "interrupting";
+        calls_.once |= name == "once";
         if (name == "piece")
             calls_.piece = std::stoul(value);
         else if (name == "room")

@@ -39,6 +39,8 @@ static bool Refuse(const char* call) {
     if (found || hit) {
         g_calls->failed += std::string(" ") + call + " ";
         errno = found ? refused->second : EIO;
+        if (found && g_calls->once)
+            g_calls->refused.erase(refused);
     }
     return found || hit;
 }

@@ -8,6 +8,7 @@
 
 struct SystemCalls {
     std::map<std::string, int> refused = {};  // the calls that fail, and with what error
+    bool once = false;                        // each of them only the first time
     std::size_t piece = SIZE_MAX;             // the most bytes that one call reads or writes
     std::size_t room = SIZE_MAX;  // what may be read or written until the device is full
     bool interrupting = false;    // every second reading and writing is, before it begins

@@ -25,6 +25,14 @@ TEST_F(ThumbFile, recordsThatStraddleAChunkAreWhole) {
         const std::string blank(before - filler.size() - a.size(), ' ');
         EXPECT_EQ(Load(filler + blank + a + b + c), " p/a p/b p/c") << before;
     }
+    // What lies behind a chunk and could not be read stays.
+    SystemCalls failing;
+    failing.room = chunk;
+    g_calls = &failing;
+    EXPECT_TRUE(engine->m_LoadThumbFile());
+    g_calls = nullptr;
+    EXPECT_FALSE(engine->m_RefreshThumbFile());
+    EXPECT_EQ(Load(Read()), " p/a p/b p/c");
     // Text without an end fills the buffer: what comes before it stays.
     EXPECT_EQ(Load(a + "<" + std::string(chunk, 'x') + ">\r\n" + b), " p/a");
 }
