@@ -71,7 +71,7 @@ class CommandTest(CommandTestCase):
         (self.folder / "c").mkdir()
         for line, message in UNUSABLE.items():
             self.check_refusal(line, 1, f": {re.escape(message)}\n")
-        for line, culprit in WRONG.items():
+        for line, culprit in list(WRONG.items())[::4 if RESERVES_MEMORY else 1]:
             self.check_refusal(line, 2, re.escape(culprit))
         for line in f"{SAVE} p.png --index", f"{SAVE} p.png --cache", "sheet i --output":
             self.assertEqual(self.run_command(line, "").returncode, 2, line)
