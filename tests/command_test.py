@@ -21,7 +21,8 @@ VERBS = {f"{SAVE} p.png": OPTIONS[:-1], "devices": (), "list i": OPTIONS[-1:],
          "watch --index i": OPTIONS[:2]}
 WRONG = {  # by command line: what the message names
     "": "save", "frob": "frob", "\x1b[31m": "[31m", "--bogus": "--bogus", f"{SAVE} p.png -z": "-z",
-    "watch": "--index", "list": "INDEX", "check": "INDEX", "stats": "INDEX", "sheet": "INDEX",
+    "watch": "--index", "watch --index=": "--index", "watch --index i --cache=": "--cache",
+    "list": "INDEX", "check": "INDEX", "stats": "INDEX", "sheet": "INDEX",
     "sheet i --output=": "--output", SAVE: "FILE", "save --cache c p.png": "--index",
     "save --index i p.png": "--cache", "save --index i --cache c --camera p.png": "--device",
     "save --index i --cache c --mount M1 p.png": "--device",

@@ -289,6 +289,8 @@ TEST_F(Faulty, shortMemoryIsAnsweredAndTold) {
         EXPECT_EQ(answer, 0);
         EXPECT_EQ(Log(), line);
     }
+    EXPECT_EQ(zel_get_thumbnail_flash_cache_filename(param, &text), 0) << "it has an earlier name";
+    EXPECT_EQ(Log(), "W Invalid param.");
     zel_destroy_thumbnail_flash_cache_param(param);
 #ifndef ZEL_SANITIZED  // they start the threads
     SystemCalls script;

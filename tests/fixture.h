@@ -161,6 +161,8 @@ struct CacheTest : testing::Test {
         Log();
     }
 
+    // As a host without standard input is, so that a file may get the descriptor 0.
+    static inline const int closedInput = close(STDIN_FILENO);
     const std::string root = mkdtemp((testing::TempDir() + "zelXXXXXX").data());
     const std::string index = root + "/index";
     const long descriptors = OpenDescriptors();

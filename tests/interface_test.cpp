@@ -17,7 +17,7 @@ TEST_F(Interface, recordKeepsCopiesGivesCopiesAndRefusesNullAndEmpty) {
     EXPECT_EQ(zel_create_thumbnail_flash_cache_param(&param), 1);
     ExpectRefused(zel_destroy_thumbnail_flash_cache_param(nullptr));
     const auto checkText = [&](auto set, auto get, char*& field) {
-        char *text = nullptr, *other = nullptr;
+        char none[] = "none", *text = none, *other = nullptr;
         ExpectRefused(get(param, &text));
         EXPECT_EQ(set(param, (std::string("the first ") + "text").c_str()), 1);
         EXPECT_EQ(set(param, field + 4), 1);  // a part of the text that it replaces
@@ -26,6 +26,7 @@ TEST_F(Interface, recordKeepsCopiesGivesCopiesAndRefusesNullAndEmpty) {
         ExpectRefused(set(param, ""));
         ExpectRefused(get(nullptr, &text));
         ExpectRefused(get(param, nullptr));
+        EXPECT_STREQ(text, "none");
         EXPECT_EQ(get(param, &text), 1);
         EXPECT_EQ(get(param, &other), 1);
         text[0] = 'F';
@@ -38,6 +39,7 @@ TEST_F(Interface, recordKeepsCopiesGivesCopiesAndRefusesNullAndEmpty) {
         ExpectRefused(set(nullptr, 1));
         ExpectRefused(get(nullptr, &number));
         ExpectRefused(get(param, nullptr));
+        EXPECT_EQ(number, -1);
         EXPECT_EQ(get(param, &number), 1);
         EXPECT_EQ(number, 0);
         EXPECT_EQ(set(param, value), 1);
@@ -54,6 +56,8 @@ TEST_F(Interface, recordKeepsCopiesGivesCopiesAndRefusesNullAndEmpty) {
     EXPECT_EQ(xsize, 7);
     EXPECT_EQ(ysize, 8);
     EXPECT_EQ(zel_destroy_thumbnail_flash_cache_param(param), 1);
+    EXPECT_EQ(zel_thumbnail_flash_cache_save_file(nullptr, pixels.data(), nullptr), 0);
+    EXPECT_EQ(Log(), "I zel_thumbnail_flash_cache_save_file|W Invalid param.");
 }
 
 TEST_F(Interface, thumbnailWithoutDeviceFolderOrPixelsIsRefused) {

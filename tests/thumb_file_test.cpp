@@ -33,8 +33,10 @@ TEST_F(ThumbFile, recordsThatStraddleAChunkAreWhole) {
     g_calls = nullptr;
     EXPECT_FALSE(engine->m_RefreshThumbFile());
     EXPECT_EQ(Load(Read()), " p/a p/b p/c");
-    // Text without an end fills the buffer: what comes before it stays.
-    EXPECT_EQ(Load(a + "<" + std::string(chunk, 'x') + ">\r\n" + b), " p/a");
+    // With the line feed before it, such a text fills the buffer: what comes before it stays.
+    const auto longText = [](std::size_t size) { return "<" + std::string(size - 2, 'x') + ">"; };
+    EXPECT_EQ(Load(a + longText(chunk - 2) + b), " p/a p/b");
+    EXPECT_EQ(Load(a + longText(chunk - 1) + b), " p/a");
 }
 
 TEST_F(ThumbFile, aLargeIndexIsRewrittenByteForByteOrNotAtAll) {
