@@ -172,6 +172,7 @@ class StateTest(SaveTestCase):
         self.check_states("a b", {"a/p.png": "kept", "b/p.png": "kept"})
         self.assertGreater(decode(red)[1][0], 240)
         self.assertLess(decode(blue)[1][0], 16)
+        self.check_states("a b --device C1 --camera", {"a/p.png": "saved", "b/p.png": "saved"})
 
     def test_picture_that_is_given_twice_has_one_thumbnail(self):
         run = self.run_command(SAVE, "p.png", "./p.png")

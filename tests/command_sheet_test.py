@@ -203,6 +203,7 @@ class SheetTest(CommandTestCase):
             for image, name in zip(page.images, names, strict=True):
                 self.assertEqual(self.target(image["src"], place), pathlib.Path(path, name))
                 self.assertEqual(urllib.parse.urlsplit(image["src"])[:2], ("", ""))
+                self.assertTrue(image["src"].isascii())
         shown = [name.translate(dict.fromkeys((0x1b, 10, 0x1f, 0x7f, 0xdcff), "\ufffd"))
                  for name in names]
         self.assertEqual(page.names, shown)
