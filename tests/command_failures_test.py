@@ -211,6 +211,9 @@ class FailuresTest(CheckTestCase):
                 self.assertEqual(run.stderr, message)
                 self.assertEqual(run.returncode, status)
 
+    def test_signal_that_comes_while_the_watch_begins_ends_it_in_order(self):
+        self.check_run(("flock", "EINTR"), "watch --index i", "ready\n", "", 0)
+
     def test_cache_that_cannot_be_started(self):
         for verb in f"{SAVE} p.png", "watch --index i":
             for call, skipped, message in (("zel_thumbnail_flash_cache_init", 0,

@@ -7,7 +7,7 @@ import re
 import subprocess
 import unittest
 
-from command_fixture import COMMAND, PATIENCE, CommandTestCase, jpeg, table
+from command_fixture import COMMAND, PATIENCE, RESERVES_MEMORY, CommandTestCase, jpeg, table
 
 MIB = 1 << 20
 MANUAL = pathlib.Path(__file__).parent.parent / "tools/zel-thumbnail-cache.1"
@@ -109,6 +109,19 @@ class StatsTest(CommandTestCase):
                 self.assertEqual(run.stderr, "")
         run = self.run_command("stats i", env={**self.settings["env"], "LC_ALL": "C"})
         self.assertRegex(run.stdout, r"(?m)^ +#{13}\.{27} 30.00 %$")
+
+    @unittest.skipIf(RESERVES_MEMORY, "an emulated machine reads no locale of this one")
+    def test_numbers_have_a_point_where_people_write_a_comma(self):
+        self.write({"definition": b'LC_NUMERIC\ndecimal_point "<U002C>"\nthousands_sep ""\n'
+                                  b'grouping -1\nEND LC_NUMERIC\n'})
+        subprocess.run(["localedef", "-c", "-i", "./definition", "./comma"], check=False,
+                       capture_output=True, **self.settings)  # which warns of what it lacks
+        self.assertTrue((self.folder / "comma/LC_NUMERIC").exists())
+        for verb in ("stats i", "list i", "sheet i"):
+            with self.subTest(verb):
+                run = self.run_command(verb, env={
+                    **self.settings["env"], "LOCPATH": str(self.folder), "LC_ALL": "comma"})
+                self.assertRegex(run.stdout, r"\b30\.00 ?%")
 
     def test_reader_that_goes_away_ends_it_quietly(self):
         self.write({"i": b"".join(record(b"D1", b"%d.jpg" % i, 1) for i in range(5000))})
