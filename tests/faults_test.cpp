@@ -113,6 +113,7 @@ TEST_F(Faulty, savesIntoOldAndNewFoldersAndIntoAFullCache) {
     SystemCalls full;
     full.room = fs::file_size(root + "/" + folder + "/new");
     FailEach(start, Saving(folder + "/new"), {"$/d0/a", "$/d0/b"}, full);
+    // Two records are still to be appended.
     const auto loseRecords = [&] {
         start();
         for (const char* name : {"/one", "/two"}) {
@@ -162,13 +163,12 @@ TEST_F(Faulty, startsAndRemovals) {
                  std::ignore = engine->m_RefreshThumbFile();
                  std::ignore = engine->CreateDir(folder.c_str());
              });
-    FailEach(
-        [this] {
-            platform.database.push_back({"/opt/storage/usb/sda1", "d1"});
-        },
-        [this] { std::ignore = engine->m_Create(); }, {"$/d0/a", "$/d0/b", "$/d1/a", "$/d1/b"});
-    const auto start = [this] {
-        platform.database.push_back({"/opt/storage/usb/sda1", "d1"});
+    // Whatever fails, no storage that is there counts as gone.
+    const auto attach = [this] { platform.database.push_back({"/opt/storage/usb/sda1", "d1"}); };
+    FailEach(attach, [this] { std::ignore = engine->m_Create(); },
+             {"$/d0/a", "$/d0/b", "$/d1/a", "$/d1/b"});
+    const auto start = [&] {
+        attach();
         Start();
         engine->m_MountPathMap["d1"] = "/opt/storage/usb/sdb1";
     };
@@ -185,17 +185,17 @@ TEST_F(Faulty, anImageOfRowsEndsWhereItCouldNotBeWritten) {
     };
     EXPECT_TRUE(write());
     const std::string whole = Read("a.bmp");
-    int calls = 0;
-    for (int first = 1; calls >= first - 1; ++first) {
+    int first = 0, calls = 0;
+    do {
         fs::remove(file);
         SystemCalls script;
-        script.first = first;
+        script.first = ++first;
         g_calls = &script;
         std::ignore = write();
         g_calls = nullptr;
         calls = script.calls;
         EXPECT_TRUE(boost::starts_with(whole, Read("a.bmp"))) << first;
-    }
+    } while (calls >= first);
 }
 
 TEST_F(Faulty, hostileIndexIsLoadedAndJudged) {

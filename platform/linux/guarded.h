@@ -9,7 +9,7 @@
 
 namespace zel::platform {
 
-/** Holds one value; not to be asked for it twice in one scope. */
+/** Holds one value. A thread that has access to it must not ask for another one. */
 template <typename Value>
 class Guarded {
 public:
