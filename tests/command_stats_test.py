@@ -110,7 +110,7 @@ class StatsTest(CommandTestCase):
         run = self.run_command("stats i", env={**self.settings["env"], "LC_ALL": "C"})
         self.assertRegex(run.stdout, r"(?m)^ +#{13}\.{27} 30.00 %$")
 
-    @unittest.skipIf(RESERVES_MEMORY, "an emulated machine reads no locale of this one")
+    @unittest.skipIf(RESERVES_MEMORY, "what is made here may be no locale for an emulated machine")
     def test_numbers_have_a_point_where_people_write_a_comma(self):
         self.write({"definition": b'LC_NUMERIC\ndecimal_point "<U002C>"\nthousands_sep ""\n'
                                   b'grouping -1\nEND LC_NUMERIC\n'})

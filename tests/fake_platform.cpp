@@ -7,6 +7,7 @@
 
 #include <array>
 #include <boost/algorithm/string/replace.hpp>
+#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 #include <regex>

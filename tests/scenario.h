@@ -12,7 +12,8 @@
 // "$" stands for the directory of the scenario, "{x*9}" for nine times x, "\_" for a blank.
 // Before the command, "with" names calls to the system that fail (rename=EPERM), cuts them to
 // pieces (piece=9), lets the device have no more room (room=9), interrupts every second one
-// (interrupting), traces those that change something (tracing, S), or lowers the rights (nobody).
+// (interrupting), traces those that change something (tracing, S), or lowers the rights (nobody);
+// with "once", a call that is to fail does so the first time alone.
 //
 // ZEL_TEST_UPDATE=1 writes what is seen into the files, for a look at what has changed.
 #pragma once

@@ -38,9 +38,10 @@ static bool Refuse(const char* call) {
                      (g_calls->all || number == g_calls->first);
     if (found || hit) {
         g_calls->failed += std::string(" ") + call + " ";
-        errno = found ? refused->second : EIO;
+        const int error = found ? refused->second : EIO;
         if (found && g_calls->once)
             g_calls->refused.erase(refused);
+        errno = error;
     }
     return found || hit;
 }
